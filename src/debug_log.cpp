@@ -1,0 +1,3 @@
+#include "debug_log.h"
+
+bool debugEnabled = false;
