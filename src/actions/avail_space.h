@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace utils {
+
+/// Bytes that an unprivileged process may still use on the file system that holds `path`; 0 when
+/// `path` is empty or the query fails (which is logged).
+[[nodiscard]] uint64_t GetAvailSpace(const std::string& path);
+
+}  // namespace utils
