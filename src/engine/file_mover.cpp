@@ -115,7 +115,7 @@ bool FileMover::syncNames(int& error) {
 }
 
 FileMover::Result FileMover::transfer(const Paths& paths, int& error) {
-    if (!createIntermediate(paths, error) || !checkRoom(paths, error) || !copy(paths, error)) {
+    if (!createIntermediate(paths, error) || !checkBase(paths, error) || !copy(paths, error)) {
         return Result::kFailed;
     }
     if (isPaused_()) {
@@ -151,10 +151,17 @@ bool FileMover::createIntermediate(const Paths& paths, int& error) {
     return false;
 }
 
-bool FileMover::checkRoom(const Paths& paths, int& error) {
+bool FileMover::checkBase(const Paths& paths, int& error) {
     struct stat status = {};
     // Not looked at: a file that cannot be measured counts as 0 bytes here, and the copy tells.
     (void)stat(paths.base.c_str(), &status);
+    if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
+        // It was a file when it was listed. Opening a pipe would wait for ever, and what a device
+        // gives is not its own.
+        LOG(ERROR) << "Not a file any more: " << paths.base;
+        error = -EINVAL;
+        return false;
+    }
     const uint64_t size = static_cast<uint64_t>(status.st_size);
     const uint64_t free = utils::GetAvailSpace(targetDirectory_);
     DEBUG_LOG() << "CryptWorker file size: " << size << " freeSize: " << free;

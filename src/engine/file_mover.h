@@ -35,7 +35,7 @@ class FileMover {
     Result transfer(const Paths& paths, int& error);
     Result commit(const Paths& paths, int& error);
     bool createIntermediate(const Paths& paths, int& error);
-    bool checkRoom(const Paths& paths, int& error);
+    bool checkBase(const Paths& paths, int& error);
     bool copy(const Paths& paths, int& error);
 
     std::string sourceDirectory_;

@@ -1,0 +1,115 @@
+#include "arguments.h"
+
+#include "worker_fixture.h"
+
+namespace {
+
+struct ArgumentCase {
+    size_t position;
+    const char* text;
+    const char* message;  ///< Null when the argument is taken.
+    int64_t value;        ///< What it becomes, as bits.
+};
+
+const ArgumentCase kArgumentCases[] = {
+    {1, "1", nullptr, 0},
+    {1, "10", nullptr, 0},
+    {1, "1.5", nullptr, 0},
+    {1, "2", "E wrong updater binary API; expected 1 ; got 2", 0},
+    {1, "01", "E wrong updater binary API; expected 1 ; got 01", 0},
+    {1, "", "E wrong updater binary API; expected 1 ; got ", 0},
+    {2, " 2", nullptr, 2},
+    {2, "2 ", "E Failed to parse action in 2 ", 0},
+    {2, "0x1", nullptr, 1},
+    {2, "010", nullptr, 10},
+    {2, "-1", nullptr, -1},
+    {2, "", "E Failed to parse action in ", 0},
+    {4, "2147483647", nullptr, 2147483647},
+    {4, "0x7fffffff", nullptr, 2147483647},
+    {4, "2147483648", "E Failed to parse cmdFd in 2147483648", 0},
+    {4, "0x", "E Failed to parse cmdFd in 0x", 0},
+    {4, "-0x7", "E Failed to parse cmdFd in -0x7", 0},
+    {5, "-2147483648", nullptr, -2147483648},
+    {5, "9223372036854775808", "E Failed to parse statusFd in 9223372036854775808", 0},
+    {6, "18446744073709551615", nullptr, -1},
+    {6, "18446744073709551616", "E Failed to parse baseSize in 18446744073709551616", 0},
+    {6, "-0", "E Failed to parse baseSize in -0", 0},
+    {6, "+7", nullptr, 7},
+    {6, "007", nullptr, 7},
+    {7, "+0x7", "E Failed to parse totalSize in +0x7", 0},
+    {7, " 0x7", nullptr, 7},
+};
+
+TEST(Arguments, EachFollowsItsRule) {
+    for (const ArgumentCase& c : kArgumentCases) {
+        SCOPED_TRACE(testing::Message() << "argument " << c.position << " '" << c.text << "'");
+        std::vector<const char*> argv = {"VaultMover", "1", "0", "", "3", "4", "5", "6"};
+        argv[c.position] = c.text;
+        LogCapture log;
+        Arguments parsed;
+        EXPECT_EQ(parseArguments(8, argv.data(), &parsed), c.message == nullptr);
+        if (c.message != nullptr) {
+            EXPECT_EQ(log.records, std::vector<std::string>{c.message});
+            continue;
+        }
+        const int64_t values[] = {0,
+                                  0,
+                                  parsed.action,
+                                  0,
+                                  parsed.cmdFd,
+                                  parsed.statusFd,
+                                  static_cast<int64_t>(parsed.baseSize),
+                                  static_cast<int64_t>(parsed.totalSize)};
+        EXPECT_EQ(values[c.position], c.value);
+    }
+}
+
+class Start : public WorkerTest {};
+
+TEST_F(Start, StopsAtTheFirstBadArgumentWithoutTouchingThePipes) {
+    for (const size_t count : {6, 8}) {
+        const RunResult result = WorkerProcess(std::vector<std::string>(count, "1")).finish();
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_EQ(result.log, std::vector<std::string>{"E unexpected number of arguments: " +
+                                                       std::to_string(count + 1)});
+    }
+    const RunResult two = WorkerProcess({"1", "0", "", "x", "4", "0", "y"}).finish();
+    EXPECT_EQ(two.log, std::vector<std::string>{"E Failed to parse cmdFd in x"});
+    EXPECT_TRUE(two.status.empty());
+}
+
+TEST_F(Start, AnUnknownActionFailsAfterTheBanner) {
+    const std::string rule = "I " + std::string(35, '=');
+    const RunResult result = WorkerProcess({"1.5", "3", "/a b", "3", "0x4", "7", "8"}).finish();
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.log, (std::vector<std::string>{rule, "I version : 1.5", "I IPC cmdFd : 3",
+                                                    "I IPC statusFd : 4", "I crypto path : /a b",
+                                                    "I crypto action : 3", "I crypto baseSize : 7",
+                                                    "I crypto totalSize : 8", rule}));
+}
+
+TEST_F(Start, DebugRecordsNeedOneOfTheTwoSwitches) {
+    struct Switches {
+        const char *debug, *debuggable;
+        bool expected;
+    };
+    for (const Switches& c : {Switches{"", "", false}, Switches{"1", "0", true},
+                              Switches{"0", "true", true}, Switches{"false", "no", false}}) {
+        setenv("vold.ecryptfs.debug", c.debug, 1);
+        setenv("ro.debuggable", c.debuggable, 1);
+        EXPECT_EQ(run(1).logged("D CryptWorker crypto +++ "), c.expected) << c.debug;
+    }
+    unsetenv("vold.ecryptfs.debug");
+    unsetenv("ro.debuggable");
+}
+
+// The listener may stand anywhere in its start, a read or a log call when main returns.
+TEST_F(Start, HundredsOfShortRunsEndCleanly) {
+    for (int i = 0; i < 300; ++i) {
+        WorkerProcess worker(command(1));
+        worker.send("what\npause\nwhat\n");
+        ASSERT_EQ(worker.finish().exitStatus, 0) << "run " << i;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+#include "records/process_file.h"
+
+#include <sys/stat.h>
+
+#include "engine/crypt_worker.h"
+#include "records/proccess_generater.h"
+#include "worker_fixture.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class ProcessFile : public WorkerTest {
+  protected:
+    [[nodiscard]] fs::path path() const { return box / process_file::kName; }
+};
+
+TEST_F(ProcessFile, IsTheHeaderAndOneLineAFile) {
+    write(path(), "an earlier list, much longer than the new one will ever be, whatever happens");
+    {
+        ProccessGenerater writer(box);
+        EXPECT_TRUE(writer.pushNewFile("too early"));
+        ASSERT_TRUE(writer.init());
+        EXPECT_TRUE(writer.pushNewFile(""));
+        EXPECT_TRUE(writer.pushNewFile("a"));
+        EXPECT_TRUE(writer.pushNewFile("bc"));
+    }
+    EXPECT_EQ(read(path()), std::string(64, '\0') + "\na\nbc\n");
+}
+
+TEST_F(ProcessFile, CannotReplaceADirectory) {
+    fs::create_directory(path());
+    LogCapture log;
+    EXPECT_FALSE(ProccessGenerater(box).init());
+    EXPECT_EQ(log.records.back(),
+              "E Failed to create file  " + path().string() + ": Is a directory");
+}
+
+TEST_F(ProcessFile, DecidesWhereAWorkerStartsAndWhetherItStays) {
+    struct Case {
+        const char* name;
+        std::string contents;
+        bool ready;
+        bool kept;
+        const char* record;
+    };
+    const std::string three = processFile({"a", "b", "c"});
+    const Case cases[] = {
+        {"empty", "", true, false, nullptr},
+        {"no entries", processFile({}), true, false, "I CryptWorker number: 0"},
+        {"new", three, true, true, "I CryptWorker number: 0"},
+        {"last line unended", three.substr(0, three.size() - 1), true, true, nullptr},
+        {"all but one done", processFile({"a", "b", "c"}, 2), true, true,
+         "I CryptWorker number: 2"},
+        {"all done", processFile({"a", "b", "c"}, 3), true, false, nullptr},
+        {"far beyond", processFile({"a"}, 4294967295), true, false,
+         "I CryptWorker number: 4294967295"},
+        {"short header", three.substr(1), false, true, "E CryptWorker header size invalid : 63"},
+        {"long header", "x" + three, false, true, "E CryptWorker header size invalid : 65"},
+        {"line feed in the count", processFile({"a"}, 10), false, true,
+         "E CryptWorker header size invalid : 8"},
+        {"line feed higher up", processFile({"a"}, 0x0a0b), false, true,
+         "E CryptWorker header size invalid : 9"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        write(path(), c.contents);
+        LogCapture log;
+        {
+            CryptWorker worker(box, "", true);
+            EXPECT_EQ(worker.init(), c.ready);
+        }
+        EXPECT_TRUE(c.record == nullptr || log.has(c.record));
+        EXPECT_EQ(fs::exists(path()), c.kept);
+        EXPECT_TRUE(!c.kept || read(path()) == c.contents);
+    }
+}
+
+TEST_F(ProcessFile, MayBeReadButNotWrittenThroughALink) {
+    write(folder / "list", processFile({"a"}));
+    fs::create_symlink(folder / "list", path());
+    LogCapture log;
+    CryptWorker worker(box, "", true);
+    EXPECT_FALSE(worker.init());
+    EXPECT_EQ(log.records.back(),
+              "E Fail to open file" + path().string() + ": Too many levels of symbolic links");
+    int error = 0;
+    EXPECT_FALSE(worker.crypto(
+        nullptr, [] { return false; }, error, nullptr));
+    EXPECT_EQ(error, -EBADF);
+}
+
+class Scan : public WorkerTest {};
+
+TEST_F(Scan, ListsAndMeasuresRegularFilesOfTheWholeTree) {
+    write(box / "ab", std::string(100, 'x'));
+    write(box / "a/long_name_here", std::string(90, 'x'));
+    write(box / "a/.ecryptfs", "x");
+    write(box / "a/.ecryptfs_intermediate_q", "never listed");
+    write(box / ".ecryptfs_process", "old");
+    write(box / ".ecryptfs_folder/q", "never visited");
+    fs::create_symlink("ab", box / "link");
+    fs::create_directory_symlink("a", box / "linked");
+    ASSERT_EQ(mkfifo((box / "pipe").c_str(), 0600), 0);
+    fs::create_directories(box / "b/c");
+
+    const RunResult result = run(0);
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.status, std::vector<std::string>{"total_size 216"});
+    EXPECT_TRUE(std::any_of(result.log.begin(), result.log.end(), [](const std::string& record) {
+        return record.rfind("D max file size: 104, need size: 5242984, free size: ", 0) == 0 &&
+               record.find(", total size: 216") != std::string::npos;
+    }));
+    EXPECT_EQ(read(box / ".ecryptfs_process"), processFile({"ab"}));
+    EXPECT_EQ(read(box / "b/c/.ecryptfs_process"), processFile({}));
+    std::string a = read(box / "a/.ecryptfs_process").substr(65);
+    EXPECT_TRUE(a == "long_name_here\n.ecryptfs\n" || a == ".ecryptfs\nlong_name_here\n") << a;
+    EXPECT_FALSE(fs::exists(box / ".ecryptfs_folder/.ecryptfs_process"));
+}
+
+TEST_F(Scan, OfAMissingTreeHasNoRoom) {
+    const RunResult result = run(0, folder / "nowhere");
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.status, std::vector<std::string>{"error nospace 5242880 0"});
+}
+
+TEST_F(Scan, FailsWhereAProcessFileCannotBeMade) {
+    fs::create_directories(box / "a/.ecryptfs_process/in the way");
+    const RunResult result = run(0);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_TRUE(result.status.empty());
+    EXPECT_TRUE(result.logged("E Failed to create file  " + (box / "a").string() +
+                              "/.ecryptfs_process: Is a directory"));
+}
+
+}  // namespace

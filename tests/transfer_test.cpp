@@ -1,0 +1,196 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "debug_log.h"
+#include "engine/crypt_worker.h"
+#include "worker_fixture.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// One directory with the process file entries f, g; each file holds its name.
+class Transfer : public WorkerTest {
+  protected:
+    Transfer() {
+        write(box / "f", "f");
+        write(box / "g", "g");
+        write(list(), processFile({"f", "g"}));
+    }
+    [[nodiscard]] fs::path list() const { return box / ".ecryptfs_process"; }
+
+    /// Runs a worker that sees a pause at its `pausesAfter`-th question.
+    bool crypto(int pausesAfter = 1000) {
+        error = 0;
+        counted = 0;
+        CryptWorker worker(box, "", true);
+        return worker.init() &&
+               worker.crypto([this](unsigned long bytes, bool) { counted += bytes; },
+                             [&pausesAfter] { return pausesAfter-- <= 0; }, error, nullptr);
+    }
+    int error = 0;
+    unsigned long counted = 0;
+    LogCapture log;
+};
+
+// Every state in which a stop can leave an entry, and some that others leave.
+TEST_F(Transfer, FinishesWhateverAnEarlierRunLeft) {
+    struct Case {
+        const char* name;
+        Files source, target;
+        Files after;
+        unsigned long counted;
+        std::string record;
+    };
+    const std::string sourceDir = box.string() + "/";
+    const std::string targetDir = enc.string() + "/";
+    const std::string partial = ".ecryptfs_intermediate_f";
+    const Case cases[] = {
+        {"fresh", {{"f", "f"}}, {}, {{"f", "f"}}, 2, ""},
+        {"partial copy", {{"f", "f"}}, {{partial, "longer than f"}}, {{"f", "f"}}, 2, ""},
+        {"stash and base",
+         {{"f", "f"}},
+         {{".f", "F"}},
+         {{"f", "F"}},
+         0,
+         "I stash file exists:" + targetDir + ".f"},
+        {"stash alone", {}, {{".f", "F"}}, {{"f", "F"}}, 0, ""},
+        {"stash and older target", {}, {{".f", "F"}, {"f", "old"}}, {{"f", "F"}}, 0, ""},
+        {"target alone",
+         {},
+         {{"f", "F"}},
+         {{"f", "F"}},
+         0,
+         "E base file is not exists:" + sourceDir + "f: No such file or directory"},
+        {"base and older target", {{"f", "f"}}, {{"f", "old"}}, {{"f", "f"}}, 2, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (const fs::path& directory : {box, enc}) {
+            fs::remove_all(directory);
+            fs::create_directory(directory);
+        }
+        for (const auto& [name, contents] : c.source) write(box / name, contents);
+        for (const auto& [name, contents] : c.target) write(enc / name, contents);
+        write(list(), processFile({"f"}));
+        log.records.clear();
+        EXPECT_TRUE(crypto());
+        EXPECT_EQ(filesIn(enc), c.after);
+        EXPECT_TRUE(filesIn(box).empty());
+        EXPECT_EQ(counted, c.counted);
+        EXPECT_TRUE(c.record.empty() || log.has(c.record));
+    }
+}
+
+TEST_F(Transfer, MovesEachEntryOnceOverManyPauses) {
+    struct stat before = {};
+    ASSERT_EQ(stat(list().c_str(), &before), 0);
+    EXPECT_TRUE(crypto(0));
+    EXPECT_EQ(read(list()), processFile({"f", "g"})) << "nothing may be recorded";
+    EXPECT_TRUE(crypto(2)) << "pause seen right after the copy of f";
+    EXPECT_TRUE(log.has("I !!! crypto paused !!!"));
+    EXPECT_TRUE(filesIn(enc).empty()) << "the copy is discarded";
+    EXPECT_TRUE(crypto(3)) << "pause seen before g";
+    EXPECT_EQ(read(list()), processFile({"f", "g"}, 1));
+    EXPECT_EQ(filesIn(enc), (Files{{"f", "f"}}));
+    struct stat after = {};
+    ASSERT_EQ(stat(list().c_str(), &after), 0);
+    EXPECT_EQ(before.st_ino, after.st_ino) << "rewritten in place";
+    EXPECT_TRUE(crypto());
+    EXPECT_EQ(filesIn(enc), (Files{{"f", "f"}, {"g", "g"}}));
+    EXPECT_TRUE(filesIn(box).empty());
+}
+
+// Taking any of these for the copy of f would delete the only one.
+TEST_F(Transfer, TakesOnlyARegularFileForAStash) {
+    fs::create_directory(enc / ".f");
+    EXPECT_FALSE(crypto());
+    EXPECT_EQ(error, -EISDIR);
+    EXPECT_TRUE(log.has("E Unable to rename " + enc.string() + "/.ecryptfs_intermediate_f to " +
+                        enc.string() + "/.f: Is a directory"));
+    EXPECT_EQ(read(box / "f"), "f");
+
+    fs::remove(enc / ".f");
+    write(folder / "elsewhere", "not f");
+    fs::create_symlink(folder / "elsewhere", enc / ".f");
+    EXPECT_TRUE(crypto());
+    EXPECT_EQ(filesIn(enc), (Files{{"f", "f"}, {"g", "g"}}));
+    EXPECT_EQ(read(folder / "elsewhere"), "not f");
+}
+
+TEST_F(Transfer, NeverOpensASpecialFileOrALink) {
+    ASSERT_EQ(mkfifo((enc / ".ecryptfs_intermediate_f").c_str(), 0600), 0);
+    EXPECT_FALSE(crypto());
+    EXPECT_EQ(error, -EEXIST);
+    EXPECT_TRUE(log.has("E Fail to create file " + enc.string() +
+                        "/.ecryptfs_intermediate_f: File exists"));
+    fs::remove(enc / ".ecryptfs_intermediate_f");
+    write(folder / "elsewhere", "outside");
+    fs::create_symlink(folder / "elsewhere", enc / ".ecryptfs_intermediate_f");
+    fs::remove(box / "f");
+    ASSERT_EQ(mkfifo((box / "f").c_str(), 0600), 0);
+    EXPECT_FALSE(crypto());
+    EXPECT_EQ(error, -EINVAL);
+    EXPECT_EQ(read(folder / "elsewhere"), "outside");
+}
+
+TEST_F(Transfer, EndsAtTheFirstFailureAndLeavesTheEntryToTheNextRun) {
+    fs::remove(enc);
+    EXPECT_FALSE(crypto());
+    EXPECT_EQ(error, -ENOENT);
+    EXPECT_EQ(read(list()), processFile({"f", "g"}));
+    fs::create_directories(enc / "f");
+    EXPECT_FALSE(crypto());
+    EXPECT_EQ(error, -EISDIR) << "the final rename";
+    EXPECT_EQ(filesIn(enc), (Files{{".f", "f"}}));
+    EXPECT_FALSE(fs::exists(box / "f"));
+    fs::remove(enc / "f");
+    EXPECT_TRUE(crypto());
+    EXPECT_EQ(filesIn(enc), (Files{{"f", "f"}, {"g", "g"}}));
+}
+
+TEST_F(Transfer, AnEmptyLineEndsTheDirectoryAndKeepsTheList) {
+    write(list(), processFile({"f", "", "g"}));
+    EXPECT_TRUE(crypto());
+    EXPECT_EQ(read(list()), processFile({"f", "", "g"}, 1));
+    EXPECT_EQ(read(box / "g"), "g");
+}
+
+TEST_F(Transfer, WritesItsStepsToTheDebugLog) {
+    debugEnabled = true;
+    write(list(), processFile({"f"}));
+    EXPECT_TRUE(crypto());
+    debugEnabled = false;
+    const std::string source = box.string(), target = enc.string();
+    std::vector<std::string> steps;
+    for (const std::string& record : log.records) {
+        if (record.rfind("D ", 0) == 0 && record.find(" freeSize: ") == std::string::npos) {
+            steps.push_back(record.substr(2));
+        }
+    }
+    const std::string intermediate = target + "/.ecryptfs_intermediate_f";
+    EXPECT_EQ(steps, (std::vector<std::string>{
+                         "CryptWorker construct +++ : " + source,
+                         "CryptWorker crypto +++ ",
+                         "Get index file : 1 , f",
+                         "CryptWorker baseFileNmae: f",
+                         "CryptWorker baseFilePath: " + source + "/f",
+                         "CryptWorker stashFilePath: " + target + "/.f",
+                         "CryptWorker intermediateNmae: .ecryptfs_intermediate_f",
+                         "CryptWorker intermediateFilePath: " + intermediate,
+                         "create file: " + intermediate,
+                         "copy file " + source + "/f to " + intermediate,
+                         "copyFile [f]: 1 2 1",
+                         "rename file " + intermediate + " to " + target + "/.f",
+                         "remove file " + source + "/f",
+                         "rename file " + target + "/.f to " + target + "/f",
+                         "Seek to index: 2 of 1",
+                         "CryptWorker crypto --- ",
+                         "CryptWorker destory file total: 2",
+                         "CryptWorker destory file index: 2",
+                         "CryptWorker delete status file :" + source + "/.ecryptfs_process",
+                         "CryptWorker destory --- : " + source,
+                     }));
+}
+
+}  // namespace
