@@ -2,6 +2,7 @@
 # shellcheck shell=bash
 
 # Packages for the build itself; scripts add their own.
+# shellcheck disable=SC2034 # used by the scripts that source this
 readonly BUILD_PACKAGES=(g++ cmake ninja-build android-libbase-dev)
 
 # install_packages NAME...: installs those that are missing, and says so.

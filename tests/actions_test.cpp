@@ -96,22 +96,6 @@ TEST_F(Actions, APauseStopsInsideAFileAndTheNextRunGoesOn) {
     EXPECT_EQ(filesIn(enc), (Files{{"big", "small by now"}}));
 }
 
-TEST_F(Actions, AKilledRunIsTakenUpAgain) {
-    write(box / "f", "f");
-    write(box / "big", "");
-    fs::resize_file(box / "big", 4ULL << 30);
-    ASSERT_EQ(run(0).exitStatus, 0);
-    WorkerProcess worker(command(1));
-    worker.readLine();
-    worker.kill();
-    EXPECT_TRUE(fs::exists(box / "big"));
-    write(box / "big", "small by now");
-    const RunResult again = run(1);
-    EXPECT_EQ(again.exitStatus, 0);
-    EXPECT_EQ(filesIn(enc), (Files{{"big", "small by now"}, {"f", "f"}}));
-    EXPECT_TRUE(filesIn(box).empty());
-}
-
 TEST_F(Actions, AHostThatHasGoneDoesNotStopTheMove) {
     for (int i = 0; i < 50; ++i) write(box / std::to_string(i), std::string(300000, 'x'));
     const Files before = filesIn(box);

@@ -28,14 +28,6 @@ TEST_F(ProcessFile, IsTheHeaderAndOneLineAFile) {
     EXPECT_EQ(read(path()), std::string(64, '\0') + "\na\nbc\n");
 }
 
-TEST_F(ProcessFile, CannotReplaceADirectory) {
-    fs::create_directory(path());
-    LogCapture log;
-    EXPECT_FALSE(ProccessGenerater(box).init());
-    EXPECT_EQ(log.records.back(),
-              "E Failed to create file  " + path().string() + ": Is a directory");
-}
-
 TEST_F(ProcessFile, DecidesWhereAWorkerStartsAndWhetherItStays) {
     struct Case {
         const char* name;
@@ -116,12 +108,6 @@ TEST_F(Scan, ListsAndMeasuresRegularFilesOfTheWholeTree) {
     std::string a = read(box / "a/.ecryptfs_process").substr(65);
     EXPECT_TRUE(a == "long_name_here\n.ecryptfs\n" || a == ".ecryptfs\nlong_name_here\n") << a;
     EXPECT_FALSE(fs::exists(box / ".ecryptfs_folder/.ecryptfs_process"));
-}
-
-TEST_F(Scan, OfAMissingTreeHasNoRoom) {
-    const RunResult result = run(0, folder / "nowhere");
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.status, std::vector<std::string>{"error nospace 5242880 0"});
 }
 
 TEST_F(Scan, FailsWhereAProcessFileCannotBeMade) {

@@ -1,7 +1,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "debug_log.h"
 #include "engine/crypt_worker.h"
 #include "worker_fixture.h"
 
@@ -154,43 +153,6 @@ TEST_F(Transfer, AnEmptyLineEndsTheDirectoryAndKeepsTheList) {
     EXPECT_TRUE(crypto());
     EXPECT_EQ(read(list()), processFile({"f", "", "g"}, 1));
     EXPECT_EQ(read(box / "g"), "g");
-}
-
-TEST_F(Transfer, WritesItsStepsToTheDebugLog) {
-    debugEnabled = true;
-    write(list(), processFile({"f"}));
-    EXPECT_TRUE(crypto());
-    debugEnabled = false;
-    const std::string source = box.string(), target = enc.string();
-    std::vector<std::string> steps;
-    for (const std::string& record : log.records) {
-        if (record.rfind("D ", 0) == 0 && record.find(" freeSize: ") == std::string::npos) {
-            steps.push_back(record.substr(2));
-        }
-    }
-    const std::string intermediate = target + "/.ecryptfs_intermediate_f";
-    EXPECT_EQ(steps, (std::vector<std::string>{
-                         "CryptWorker construct +++ : " + source,
-                         "CryptWorker crypto +++ ",
-                         "Get index file : 1 , f",
-                         "CryptWorker baseFileNmae: f",
-                         "CryptWorker baseFilePath: " + source + "/f",
-                         "CryptWorker stashFilePath: " + target + "/.f",
-                         "CryptWorker intermediateNmae: .ecryptfs_intermediate_f",
-                         "CryptWorker intermediateFilePath: " + intermediate,
-                         "create file: " + intermediate,
-                         "copy file " + source + "/f to " + intermediate,
-                         "copyFile [f]: 1 2 1",
-                         "rename file " + intermediate + " to " + target + "/.f",
-                         "remove file " + source + "/f",
-                         "rename file " + target + "/.f to " + target + "/f",
-                         "Seek to index: 2 of 1",
-                         "CryptWorker crypto --- ",
-                         "CryptWorker destory file total: 2",
-                         "CryptWorker destory file index: 2",
-                         "CryptWorker delete status file :" + source + "/.ecryptfs_process",
-                         "CryptWorker destory --- : " + source,
-                     }));
 }
 
 }  // namespace
