@@ -1,24 +1,13 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include <fstream>
-
 #include "worker_fixture.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-class Actions : public WorkerTest {
-  protected:
-    static std::vector<std::string> linesWith(const RunResult& result, const std::string& text) {
-        std::vector<std::string> lines;
-        for (const std::string& record : result.log) {
-            if (record.find(text) != std::string::npos) lines.push_back(record);
-        }
-        return lines;
-    }
-};
+class Actions : public WorkerTest {};
 
 TEST_F(Actions, ATreeGoesInAndComesBack) {
     for (const size_t size : {0, 1, 4095, 4096, 4097, 262143, 262144, 262145, 600000}) {
@@ -61,18 +50,6 @@ TEST_F(Actions, GivesMovedFilesTheModeThatTheUmaskLeaves) {
     struct stat status = {};
     ASSERT_EQ(stat((enc / "f").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640U);
-}
-
-TEST_F(Actions, ThereIsNothingToDoWithoutListsOrTree) {
-    write(box / "f", "not listed");
-    for (const fs::path& path : {box, folder / "nowhere"}) {
-        for (const int action : {1, 2}) {
-            const RunResult result = run(action, path);
-            EXPECT_EQ(result.exitStatus, 0);
-            EXPECT_TRUE(result.status.empty());
-        }
-    }
-    EXPECT_EQ(read(box / "f"), "not listed");
 }
 
 // The host closes neither pipe, says "pause" in the middle of a file, and starts again.
@@ -133,28 +110,6 @@ TEST_F(Actions, BothWalksListThePlainTree) {
     fs::create_directory(box / "only here");
     EXPECT_EQ(run(2).exitStatus, 0);
     EXPECT_EQ(read(box / "only here/f"), "f");
-}
-
-TEST_F(Actions, GoDepthFirstWithTheirOwnWordsInTheDebugLog) {
-    fs::create_directories(box / "a/b");
-    setenv("ro.debuggable", "1", 1);
-    const RunResult encrypted = run(1), decrypted = run(2);
-    unsetenv("ro.debuggable");
-    const auto rule = [](size_t length, char c) { return std::string(length, c); };
-    const std::string root = box;
-    EXPECT_EQ(linesWith(encrypted, "encryptInternal"),
-              (std::vector<std::string>{"D encryptInternal dir " + rule(68, '-') + " : /a",
-                                        "D encryptInternal dir " + rule(68, '-') + " : /a/b",
-                                        "D encryptInternal " + rule(58, '+') + " :" + root + "/a/b",
-                                        "D encryptInternal " + rule(58, '-') + " ",
-                                        "D encryptInternal " + rule(58, '+') + " :" + root + "/a",
-                                        "D encryptInternal " + rule(58, '-') + " ",
-                                        "D encryptInternal " + rule(58, '+') + " :" + root,
-                                        "D encryptInternal " + rule(58, '-') + " "}));
-    const auto lines = linesWith(decrypted, "decryptInternal");
-    ASSERT_EQ(lines.size(), 6U);
-    EXPECT_EQ(lines[0], "D decryptInternal " + rule(60, '+') + " :" + root + "/a/b");
-    EXPECT_EQ(lines[1], "D decryptInternal " + rule(60, '-') + " ");
 }
 
 /// box_enc is a file system of 6 MiB.

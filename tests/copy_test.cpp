@@ -57,20 +57,6 @@ TEST_F(Copy, StopsBeforeAChunkOnPause) {
     EXPECT_EQ(fs::file_size(enc / "copy"), 524288U);
 }
 
-TEST_F(Copy, SaysWhichSideCannotBeOpened) {
-    LogCapture log;
-    EXPECT_EQ(copy(), -ENOENT);
-    EXPECT_FALSE(fs::exists(enc / "copy"));
-    write(box / "four", "x");
-    fs::remove(enc);
-    EXPECT_EQ(copy(), -ENOENT);
-    EXPECT_EQ(
-        log.records,
-        (std::vector<std::string>{
-            "E Failed to open source file " + box.string() + "/four: No such file or directory",
-            "E Failed to open dest file " + enc.string() + "/copy: No such file or directory"}));
-}
-
 TEST_F(Copy, OfASourceThatShrinksIsAnError) {
     write(box / "four", someBytes(600000));
     errno = 0;

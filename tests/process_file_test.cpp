@@ -110,13 +110,4 @@ TEST_F(Scan, ListsAndMeasuresRegularFilesOfTheWholeTree) {
     EXPECT_FALSE(fs::exists(box / ".ecryptfs_folder/.ecryptfs_process"));
 }
 
-TEST_F(Scan, FailsWhereAProcessFileCannotBeMade) {
-    fs::create_directories(box / "a/.ecryptfs_process/in the way");
-    const RunResult result = run(0);
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_TRUE(result.status.empty());
-    EXPECT_TRUE(result.logged("E Failed to create file  " + (box / "a").string() +
-                              "/.ecryptfs_process: Is a directory"));
-}
-
 }  // namespace

@@ -117,22 +117,6 @@ TEST_F(Transfer, TakesOnlyARegularFileForAStash) {
     EXPECT_EQ(read(folder / "elsewhere"), "not f");
 }
 
-TEST_F(Transfer, NeverOpensASpecialFileOrALink) {
-    ASSERT_EQ(mkfifo((enc / ".ecryptfs_intermediate_f").c_str(), 0600), 0);
-    EXPECT_FALSE(crypto());
-    EXPECT_EQ(error, -EEXIST);
-    EXPECT_TRUE(log.has("E Fail to create file " + enc.string() +
-                        "/.ecryptfs_intermediate_f: File exists"));
-    fs::remove(enc / ".ecryptfs_intermediate_f");
-    write(folder / "elsewhere", "outside");
-    fs::create_symlink(folder / "elsewhere", enc / ".ecryptfs_intermediate_f");
-    fs::remove(box / "f");
-    ASSERT_EQ(mkfifo((box / "f").c_str(), 0600), 0);
-    EXPECT_FALSE(crypto());
-    EXPECT_EQ(error, -EINVAL);
-    EXPECT_EQ(read(folder / "elsewhere"), "outside");
-}
-
 TEST_F(Transfer, EndsAtTheFirstFailureAndLeavesTheEntryToTheNextRun) {
     fs::remove(enc);
     EXPECT_FALSE(crypto());
@@ -146,13 +130,6 @@ TEST_F(Transfer, EndsAtTheFirstFailureAndLeavesTheEntryToTheNextRun) {
     fs::remove(enc / "f");
     EXPECT_TRUE(crypto());
     EXPECT_EQ(filesIn(enc), (Files{{"f", "f"}, {"g", "g"}}));
-}
-
-TEST_F(Transfer, AnEmptyLineEndsTheDirectoryAndKeepsTheList) {
-    write(list(), processFile({"f", "", "g"}));
-    EXPECT_TRUE(crypto());
-    EXPECT_EQ(read(list()), processFile({"f", "", "g"}, 1));
-    EXPECT_EQ(read(box / "g"), "g");
 }
 
 }  // namespace
