@@ -1,6 +1,7 @@
 #include "records/process_file.h"
 
-#include <cerrno>
+#include <sys/stat.h>
+
 #include <fstream>
 
 #include "channel/write_newline.h"
@@ -10,10 +11,12 @@ namespace process_file {
 std::string pathIn(const std::string& directory) { return directory + "/" + kName; }
 
 bool load(const std::string& path, std::vector<std::string>* lines) {
-    errno = 0;
+    struct stat status = {};
+    // Only a file is a list: opening a pipe would wait for ever, and some devices never end.
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return true;
     std::ifstream file(path);
     for (std::string line; std::getline(file, line);) lines->push_back(line);
-    return !file.bad() || errno == EISDIR;
+    return !file.bad();
 }
 
 bool writeHeader(const ProcessHeader& header, android::base::borrowed_fd fd) {

@@ -19,8 +19,9 @@ inline constexpr char kName[] = ".ecryptfs_process";
 [[nodiscard]] std::string pathIn(const std::string& directory);
 
 /// Reads all lines, without their line feeds, into `lines`: the header line first. A file that
-/// cannot be opened, a directory and an empty file give no lines. False, with errno set, only when
-/// reading fails: the list would then be cut short, and the files missing from it forgotten.
+/// cannot be opened, one that is empty and anything that is no file (a directory, a pipe) give no
+/// lines. False, with errno set, only when reading fails: the list would then be cut short, and
+/// the files missing from it forgotten.
 [[nodiscard]] bool load(const std::string& path, std::vector<std::string>* lines);
 
 /// Writes `header` and its line feed at the current position of `fd`. False with errno set.
