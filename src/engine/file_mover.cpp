@@ -32,6 +32,15 @@ mode_t modeOf(const std::string& path) {
 // Returns 0 when something stands at `path`, else the negated errno of the look.
 int look(const std::string& path) { return access(path.c_str(), F_OK) == 0 ? 0 : -errno; }
 
+// The same, and stores what kind of thing it is.
+int look(const std::string& path, mode_t* mode) {
+    *mode = 0;
+    const int result = look(path);
+    if (result != 0) return result;
+    *mode = modeOf(path);
+    return *mode != 0 ? 0 : -errno;
+}
+
 // Whether a look that failed with `error` proves that nothing stands there. A disk error does not,
 // and a file must not count as moved because of one.
 bool provesAbsence(int error) {
@@ -87,8 +96,9 @@ FileMover::Result FileMover::move(const std::string& name, int& error) {
 
     // Only a regular file is a copy that an earlier run completed. Taking a directory or a link of
     // that name for one would delete the only copy of the file.
-    const int stashLook = look(paths.stash);
-    if (stashLook == 0 && S_ISREG(modeOf(paths.stash))) {
+    mode_t stashMode = 0;
+    const int stashLook = look(paths.stash, &stashMode);
+    if (stashLook == 0 && S_ISREG(stashMode)) {
         LOG(INFO) << "stash file exists:" << paths.stash;
         return commit(paths, error);
     }
