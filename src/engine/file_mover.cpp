@@ -85,6 +85,13 @@ FileMover::FileMover(const std::string& sourceDirectory, const std::string& targ
 //     name; one that finds neither stash nor base knows that the move was finished.
 //   - Both directories are synced before the caller counts the file as done (see syncNames).
 FileMover::Result FileMover::move(const std::string& name, int& error) {
+    // A listing yields no such name, so somebody has tampered with the list; "./x" would take the
+    // file "x" beside the target directory for a stash and move it in.
+    if (name.find('/') != std::string::npos) {
+        LOG(ERROR) << "Not a file name: " << name;
+        error = -EINVAL;
+        return Result::kFailed;
+    }
     const std::string intermediateName = ".ecryptfs_intermediate_" + name;
     const Paths paths = {sourceDirectory_ + "/" + name, targetDirectory_ + "/" + intermediateName,
                          targetDirectory_ + "/." + name, targetDirectory_ + "/" + name};
