@@ -39,6 +39,9 @@ void Communicator::commandProcess(Communicator* communicator) {
     std::thread(listenForCommands, communicator->cmdFd, communicator->paused).detach();
 }
 
+// By value, as every caller hands over a line that it has just built.
+// cppcheck-suppress passedByValue
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void Communicator::writeMessagePipe(std::string message) {
     if (!statusFile) return;
     if (fprintf(statusFile.get(), "%s\n", message.c_str()) < 0) {
