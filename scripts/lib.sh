@@ -9,7 +9,7 @@ readonly BUILD_PACKAGES=(g++ cmake ninja-build android-libbase-dev)
 install_packages() {
     local missing=() package
     for package in "$@"; do
-        [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
+        [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed* ]] ||
             missing+=("$package")
     done
     ((${#missing[@]})) || return 0
