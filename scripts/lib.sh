@@ -5,18 +5,24 @@
 # shellcheck disable=SC2034 # used by the scripts that source this
 readonly BUILD_PACKAGES=(g++ cmake ninja-build android-libbase-dev)
 
-# install_packages NAME...: installs those that are missing, and says so.
+as_root() {
+    if ((EUID == 0)); then "$@"; else sudo "$@"; fi
+}
+
+# install_packages NAME...: installs those that are missing, and says so. A name may end in the
+# architecture (NAME:arm64), which is made known to the package system if need be.
 install_packages() {
-    local missing=() package
+    local missing=() package native
+    native=$(dpkg --print-architecture)
     for package in "$@"; do
-        [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed* ]] ||
-            missing+=("$package")
+        [[ $package == *:* ]] || package+=:$native
+        dpkg-query -W -f '${Package}:${Architecture} ${db:Status-Status}\n' "${package%:*}" 2>&1 |
+            grep -Eq ":(${package#*:}|all) installed$" || missing+=("$package")
     done
     ((${#missing[@]})) || return 0
-    local as_root=()
-    ((EUID == 0)) || as_root=(sudo)
     echo "Installing: ${missing[*]}"
-    "${as_root[@]}" apt-get update -qq
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    [[ ${missing[*]} != *:arm64* ]] || as_root dpkg --add-architecture arm64
+    as_root apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
