@@ -8,4 +8,4 @@ set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 
 # The tests run here by user emulation; the loader and the libraries are found at their places.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static)
+set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/qemu-aarch64-static)

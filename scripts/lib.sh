@@ -16,7 +16,7 @@ install_packages() {
     native=$(dpkg --print-architecture)
     for package in "$@"; do
         [[ $package == *:* ]] || package+=:$native
-        dpkg-query -W -f '${Package}:${Architecture} ${db:Status-Status}\n' "${package%:*}" 2>&1 |
+        dpkg-query -W -f '${Package}:${Architecture} ${db:Status-Status}\n' "${package%:*}" 2>/dev/null |
             grep -Eq ":(${package#*:}|all) installed$" || missing+=("$package")
     done
     ((${#missing[@]})) || return 0
