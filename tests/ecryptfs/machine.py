@@ -9,7 +9,7 @@ import concurrent.futures, contextlib, copy, os, random, socket, struct, subproc
 
 ARCH, WORK, KERNEL = sys.argv[1:]
 SEED = os.environ.get("SEED", "1")
-CUTS, STATES = 10, 30
+CUTS, STATES = 10, 24
 QEMU, CONSOLE = {
     "x86_64": (["qemu-system-x86_64", "-cpu", "max"], "ttyS0"),
     "arm64": (["qemu-system-aarch64", "-M", "virt", "-cpu", "cortex-a72"], "ttyAMA0"),
