@@ -3,7 +3,8 @@
 
 # Packages for the build itself; scripts add their own.
 # shellcheck disable=SC2034 # used by the scripts that source this
-readonly BUILD_PACKAGES=(g++ cmake ninja-build android-libbase-dev)
+readonly BUILD_PACKAGES=(
+    g++ cmake ninja-build android-libbase-dev libcli11-dev libfmt-dev nlohmann-json3-dev)
 
 as_root() {
     if ((EUID == 0)); then "$@"; else sudo "$@"; fi

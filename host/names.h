@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+/// The names and sizes that the worker's contract fixes (docs/protocol.md), and the host's own.
+namespace host::names {
+
+/// Every name with this beginning belongs to the worker or its host; a scan never lists it.
+inline constexpr std::string_view kOwnPrefix = ".ecryptfs_";
+inline constexpr std::string_view kProcessFile = ".ecryptfs_process";
+inline constexpr std::string_view kIntermediatePrefix = ".ecryptfs_intermediate_";
+inline constexpr std::string_view kEncryptedSuffix = "_enc";
+
+/// In the plain tree's root: what a restart needs. In the encrypted root: the mark that tells
+/// whether the tree that is mounted there now is the one the job began with.
+inline constexpr std::string_view kJobRecord = ".ecryptfs_job";
+inline constexpr std::string_view kManifest = ".ecryptfs_manifest";
+/// Appended to a file that is being replaced; the scan passes over it by its beginning.
+inline constexpr std::string_view kReplacementSuffix = ".new";
+
+/// What a scan wants to stay free beside the largest file, in bytes.
+inline constexpr uint64_t kSpaceReserve = uint64_t{5} << 20;
+
+}  // namespace host::names
