@@ -1,0 +1,15 @@
+# Fails when the worker's two source lists, Android's and ours, differ.
+function(read_sources file pattern result)
+    file(READ ${CMAKE_CURRENT_LIST_DIR}/../../${file} text)
+    string(REGEX MATCHALL "${pattern}" sources "${text}")
+    list(TRANSFORM sources REPLACE "^.*src/" "")
+    list(SORT sources)
+    set(${result} ${sources} PARENT_SCOPE)
+endfunction()
+
+read_sources(Android.bp "\"src/[a-z_/]+\\.cpp\"" android)
+list(TRANSFORM android REPLACE "\"$" "")
+read_sources(src/CMakeLists.txt "[a-z_/]+\\.cpp" ours)
+if(NOT ours OR NOT android STREQUAL ours)
+    message(FATAL_ERROR "Android.bp: ${android}\nsrc/CMakeLists.txt: ${ours}")
+endif()
