@@ -57,17 +57,6 @@ TEST_F(Copy, StopsBeforeAChunkOnPause) {
     EXPECT_EQ(fs::file_size(enc / "copy"), 524288U);
 }
 
-TEST_F(Copy, OfASourceThatShrinksIsAnError) {
-    write(box / "four", someBytes(600000));
-    errno = 0;
-    const int result = copyFile(
-        box / "four", enc / "copy",
-        [this](unsigned long, bool) { fs::resize_file(box / "four", 300000); },
-        [] { return false; });
-    EXPECT_EQ(result, -EIO);
-    EXPECT_EQ(errno, EIO);
-}
-
 // sendfile refuses a destination open for appending, as it refuses one on eCryptfs.
 TEST_F(Copy, GoesThroughABufferWhereSendfileIsRefused) {
     write(box / "four", someBytes(300000));

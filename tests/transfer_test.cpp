@@ -100,36 +100,4 @@ TEST_F(Transfer, MovesEachEntryOnceOverManyPauses) {
     EXPECT_TRUE(filesIn(box).empty());
 }
 
-// Taking any of these for the copy of f would delete the only one.
-TEST_F(Transfer, TakesOnlyARegularFileForAStash) {
-    fs::create_directory(enc / ".f");
-    EXPECT_FALSE(crypto());
-    EXPECT_EQ(error, -EISDIR);
-    EXPECT_TRUE(log.has("E Unable to rename " + enc.string() + "/.ecryptfs_intermediate_f to " +
-                        enc.string() + "/.f: Is a directory"));
-    EXPECT_EQ(read(box / "f"), "f");
-
-    fs::remove(enc / ".f");
-    write(folder / "elsewhere", "not f");
-    fs::create_symlink(folder / "elsewhere", enc / ".f");
-    EXPECT_TRUE(crypto());
-    EXPECT_EQ(filesIn(enc), (Files{{"f", "f"}, {"g", "g"}}));
-    EXPECT_EQ(read(folder / "elsewhere"), "not f");
-}
-
-TEST_F(Transfer, EndsAtTheFirstFailureAndLeavesTheEntryToTheNextRun) {
-    fs::remove(enc);
-    EXPECT_FALSE(crypto());
-    EXPECT_EQ(error, -ENOENT);
-    EXPECT_EQ(read(list()), processFile({"f", "g"}));
-    fs::create_directories(enc / "f");
-    EXPECT_FALSE(crypto());
-    EXPECT_EQ(error, -EISDIR) << "the final rename";
-    EXPECT_EQ(filesIn(enc), (Files{{".f", "f"}}));
-    EXPECT_FALSE(fs::exists(box / "f"));
-    fs::remove(enc / "f");
-    EXPECT_TRUE(crypto());
-    EXPECT_EQ(filesIn(enc), (Files{{"f", "f"}, {"g", "g"}}));
-}
-
 }  // namespace
