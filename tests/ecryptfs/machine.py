@@ -124,7 +124,7 @@ class Machine:
 
 def moves(fs):
     Machine(f"moves-{fs}", fs, 1).boot("moves")
-    return f"{fs}: there and back, paused, out of space; plain and encrypted names"
+    return f"{fs}: there and back, also by vaultctl, paused, out of space; plain and encrypted names"
 
 
 def power_cuts(fs, way):
