@@ -80,6 +80,8 @@ JobRecord prepareJob(const JobContext& job, const std::optional<JobRecord>& aban
     const auto stopCheck = [&job] { job.stops.throwIfAsked(); };
     JobRecord record = newRecord(direction, !isOnEcryptfs(job.tree.encrypted));
     if (abandoned) discardPreparation(job.tree, *abandoned);
+    job.report.say("preparing", {{"source", job.source()}},
+                   "Looking through " + printable(job.source()));
     refuseWhatCannotMove(job);
     record.rootTime = rootTime(job);
     storeRecord(job.tree, record);

@@ -58,8 +58,8 @@ Progress ProgressMeter::update(uint64_t done, Clock::time_point now) {
     const std::chrono::duration<double> elapsed = now - start_;
     if (elapsed.count() >= 0.5 && shown_ > base_) {
         progress.rate = static_cast<double>(shown_ - base_) / elapsed.count();
-        progress.left = std::chrono::seconds(
-            std::llround(static_cast<double>(total_ - shown_) / progress.rate));
+        const auto rest = static_cast<double>(total_ - shown_);
+        if (rest > 0) progress.left = std::chrono::seconds(std::llround(rest / progress.rate));
     }
     return progress;
 }

@@ -99,10 +99,10 @@ void Report::progress(const std::string& title, const Progress& progress) {
     }
     const auto now = std::chrono::steady_clock::now();
     const bool due = !lastSentenceTime_ || now - *lastSentenceTime_ >= kBetweenSentences;
-    const std::string sentence = progressSentence(title, progress);
-    if ((!due && progress.percent() < 100) || sentence == lastSentence_) return;
-    print(stdout, sentence + "\n");
-    lastSentence_ = sentence;
+    const bool complete = progress.percent() == 100;
+    if ((!due && !complete) || endShown_) return;
+    print(stdout, progressSentence(title, progress) + "\n");
+    endShown_ = complete;
     lastSentenceTime_ = now;
 }
 

@@ -53,7 +53,7 @@ class Report {
     Style style_;
     bool terminal_;
     bool lineShown_ = false;
-    std::string lastSentence_;
+    bool endShown_ = false;
     std::optional<std::chrono::steady_clock::time_point> lastSentenceTime_;
 };
 
