@@ -29,7 +29,8 @@ struct Arguments {
 std::string findWorker() {
     namespace fs = std::filesystem;
     const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
-    for (const fs::path& place : {here / "VaultMover", here / "../libexec/vaultmover/VaultMover"}) {
+    for (const fs::path& place :
+         {here / "VaultMover", here / "../" VAULTCTL_LIBEXEC "/VaultMover"}) {
         if (access(place.c_str(), X_OK) == 0) return place.lexically_normal().string();
     }
     throw JobEnd(ExitStatus::kRefused,
