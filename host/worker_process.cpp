@@ -186,6 +186,7 @@ void follow(Worker& worker, StopSignals& stops, const WorkerEvents& events,
         }
         if (watched[0].revents != 0) {
             worker.status().read([&](const std::string& line) {
+                events.log("status pipe: " + line);
                 if (const auto done = takeStatusLine(line, outcome)) events.progress(*done);
             });
         }

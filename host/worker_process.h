@@ -43,7 +43,7 @@ struct WorkerOutcome {
 struct WorkerEvents {
     std::function<void(pid_t)> started;
     std::function<void(uint64_t done)> progress;  ///< bytes of the whole job
-    std::function<void(const std::string&)> log;  ///< one line of its log
+    std::function<void(const std::string&)> log;  ///< one line of its log or status pipe
     std::function<void(bool atOnce)> stopping;    ///< a stop was passed on
 };
 
