@@ -49,7 +49,7 @@ class Inspector {
 
     Preflight run(const Tree& tree, const std::function<void()>& betweenDirectories) {
         lookAtRoots(tree);
-        if (result_.refused()) return std::move(result_);
+        if (!isDirectory(source_)) return std::move(result_);
         walkTree(
             source_,
             [&](const std::string& relative, const std::vector<Entry>& entries) {
