@@ -54,10 +54,9 @@ double secondsOf(const timeval& time) {
 
 // Nothing to read, and nobody reads what it writes.
 Usage run(const std::vector<std::string>& command) {
-    std::vector<char*> words;
-    words.reserve(command.size() + 1);
-    for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
-    words.push_back(nullptr);
+    std::vector<char*> words(command.size() + 1);  // the last one stays null
+    std::transform(command.begin(), command.end(), words.begin(),
+                   [](const std::string& word) { return const_cast<char*>(word.c_str()); });
     const auto start = Clock::now();
     const pid_t pid = fork();
     if (pid == 0) {
