@@ -3,103 +3,79 @@
 
 It must neither hang nor crash nor touch anything outside; without the obstacle a run finishes.
 
-    hostile.py WORKER [all]    "all" adds the large trees
+    hostile.py WORKER [all]    "all" adds the large tree
 """
+import functools
 import itertools
 import os
 import shutil
-import subprocess
 import sys
-from pathlib import Path
 
-from sweep import BYTES, Job
+from sweep import BYTES, Job, sweep
 
-sys.setrecursionlimit(10000)  # to remove the deep tree
+sys.setrecursionlimit(10000)  # to make and remove the large tree
 HEADER = bytes(64) + b"\n"
-# record of the root -> exit status, status line, whether the record is gone afterwards
-RECORDS = {BYTES(1000).replace(b"\n", b"") + b"\nlarge\n": (1, "", False),
-           b"x" * 10_000_000: (1, "", False),
-           b"\xfe" * 64 + b"\nlarge\n": (0, "", True),
-           bytes(8) + b"\xff" * 4 + bytes(52) + b"\nlarge\n": (0, "", True),
-           HEADER + b"..\nlarge\n": (1, "error crypto -", False),
-           HEADER + b"./precious\nlarge\n": (1, "error crypto -22", False),
-           HEADER + b"../large\nlarge\n": (1, "error crypto -22", False),
-           HEADER + b"\nlarge\n": (0, "", False)}
-KINDS = {"link": "../precious", "dangling link": "/nowhere", "device": "/dev/zero"}
+# record of the root, exit status, status line, whether the record stays
+RECORDS = {"garbage": (BYTES(1000).replace(b"\n", b"") + b"\nlarge\n", 1, "", True),
+           "no line end": (b"x" * 10_000_000, 1, "", True),
+           "largest count": (bytes(8) + b"\xff" * 4 + bytes(52) + b"\nlarge\n", 0, "", False),
+           "parent": (HEADER + b"..\nlarge\n", 1, "error crypto -", True),
+           "slash": (HEADER + b"./precious\nlarge\n", 1, "error crypto -22", True),
+           "empty line": (HEADER + b"\nlarge\n", 0, "", True)}
+BASE, RECORD = ("source", "large"), ("source", ".ecryptfs_process")
+PLACES = (BASE, RECORD, ("target", "large"), ("target", ".large"),
+          ("target", ".ecryptfs_intermediate_large"))
+LINKS = (functools.partial(os.symlink, to) for to in ("../precious", "../nowhere", "/dev/zero"))
+KINDS = (os.mkfifo, lambda path: (path / "inside").mkdir(parents=True), *LINKS)
 
 
-def spoilt_record(content, code, status, gone):
-    (job := Job(True)).run([])
+def spoilt_record(job, name):
+    content, code, status, stays = RECORDS[name]
     (record := job.source / ".ecryptfs_process").write_bytes(content)
-    (job.target / "large").rename(job.source / "large")
-    (precious := job.source.parent / "precious").write_bytes(b"mine")
-    result = job.run([])
-    assert result[0] == code and result[1].startswith(status), result
-    assert precious.read_bytes() == b"mine" and record.exists() != gone
-    job.check(finished=False)
+    result = job.run()
+    assert (result[0], record.exists()) == (code, stays) and result[1].startswith(status), result
+    job.check()
 
 
-def obstacle(place, kind, scanned):
-    job = Job(True)
-    (precious := job.source.parent / "precious").write_bytes(b"mine")
-    path = {"base": job.source / "large", "record": job.source / ".ecryptfs_process",
-            "intermediate": job.target / ".ecryptfs_intermediate_large",
-            "stash": job.target / ".large", "target": job.target / "large"}[place]
+def obstacle(job, place, kind, scanned):
+    path = getattr(job, place[0]) / place[1]
     path.unlink(missing_ok=True)
-    if kind == "pipe":
-        os.mkfifo(path)
-    elif kind == "directory":
-        (path / "inside").mkdir(parents=True)
-    else:
-        path.symlink_to(KINDS[kind])
+    kind(path)
     if scanned:
-        job.scan()
-    code, status = job.run([])
-    assert code in (0, 1) and (not status or code == 1), (code, status)
-    assert precious.read_bytes() == b"mine"
+        job.run(scan=True)
+    result = job.run()
+    assert result == (0, "") or result[0] == 1, result
     if path.is_dir():
         shutil.rmtree(path)
     elif path.is_symlink() or path.is_fifo():
         path.unlink()
-    if place != "base":
-        job.check(finished=False)
-        if place == "record":
-            job.scan()  # only here: a new scan would forget a stash
-        assert job.run([]) == (0, "") and (job.target / "large").is_file(), "the restart failed"
+    if place == RECORD:
+        job.run(scan=True)  # only here: a new scan would forget a stash
+    if place != BASE:
+        job.check()
+        assert job.run() == (0, "") and (job.target / "large").is_file(), "the restart failed"
 
 
-def deep():
-    job, path = Job(True), ""
-    for _ in range(1000):
-        path += "/d"
-        for side in (job.source, job.target):
-            os.mkdir(f"{side}{path}")
-    Path(f"{job.source}{path}/f").write_bytes(b"deep")
-    job.scan()
-    assert job.run(["prlimit", "--nofile=1024"]) == (0, "")
-    assert Path(f"{job.target}{path}/f").read_bytes() == b"deep"
-
-
-def many():
-    job, names = Job(True), {f"file {number}" for number in range(200_000)}
+def large_tree(job):
+    names = ["d/" * 1000 + "f", *(f"file {number}" for number in range(200_000))]
+    for side in (job.source, job.target):
+        os.makedirs(side / ("d/" * 1000))
     for name in names:
         (job.source / name).touch()
-    job.scan()
-    assert job.run([]) == (0, "") and names <= set(os.listdir(job.target))
+    job.run(scan=True)
+    assert job.run("prlimit", "--nofile=1024") == (0, "")
+    assert all((job.target / name).is_file() for name in names)
 
 
-places = ("base", "record", "intermediate", "stash", "target")
-cases = [(spoilt_record, (content, *expected)) for content, expected in RECORDS.items()]
-cases += [(obstacle, case)
-          for case in itertools.product(places, ("pipe", "directory", *KINDS), (False, True))]
-if sys.argv[2:] == ["all"]:
-    cases += [(deep, ()), (many, ())]
-failed = 0
-for test, arguments in cases:
-    try:
-        test(*arguments)
-    except (AssertionError, subprocess.TimeoutExpired) as problem:
-        failed += 1
-        print(test.__name__, str(arguments)[:100], problem)
-print(f"hostile trees survived {len(cases) - failed}/{len(cases)}")
-sys.exit(failed != 0)
+def survives(case):
+    test, *arguments = case
+    (precious := (job := Job(True)).source.parent / "precious").write_bytes(b"mine")
+    test(job, *arguments)
+    assert precious.read_bytes() == b"mine" and len(os.listdir(job.folder.name)) == 3
+    return True
+
+
+cases = [(spoilt_record, name) for name in RECORDS]
+cases += [(obstacle, *case) for case in itertools.product(PLACES, KINDS, (False, True))]
+cases += [(large_tree,)] if sys.argv[2:] == ["all"] else []
+sys.exit(not sweep("hostile trees", survives, cases))
