@@ -83,7 +83,8 @@ class CommandLine {
         app_.require_subcommand(1);
         app_.fallthrough();
         app_.add_option("--worker", arguments.job.worker, "path of the worker VaultMover");
-        app_.add_flag("-v,--verbose", arguments.style.verbose, "show the worker's log and status lines as it runs");
+        app_.add_flag("-v,--verbose", arguments.style.verbose,
+                      "show the worker's log and status lines as it runs");
         app_.add_flag("-q,--quiet", arguments.style.quiet, "say only what went wrong");
         app_.add_flag("--json", arguments.style.json, "one JSON object per line and event");
         app_.footer(
