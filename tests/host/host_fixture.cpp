@@ -1,6 +1,5 @@
 #include "host_fixture.h"
 
-#include <fcntl.h>
 #include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -11,147 +10,103 @@
 #include <sstream>
 #include <thread>
 
-#include <android-base/file.h>
+#include <android-base/stringprintf.h>
 
 namespace fs = std::filesystem;
 
-std::vector<nlohmann::json> Ended::events() const {
+std::vector<nlohmann::json> Ended::events(const std::string& name) const {
     std::vector<nlohmann::json> events;
     std::istringstream stream(output);
     for (std::string line; std::getline(stream, line);) {
-        events.push_back(nlohmann::json::parse(line));
+        const nlohmann::json event = nlohmann::json::parse(line);
+        if (event.at("event") == name) events.push_back(event);
     }
     return events;
 }
 
-nlohmann::json Ended::event(const std::string& name) const {
-    for (const nlohmann::json& event : events()) {
-        if (event.at("event") == name) return event;
-    }
-    return {};
-}
-
-Vaultctl::Vaultctl(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words = arguments;
-    std::vector<char*> argv;
-    argv.reserve(words.size() + 1);
-    for (std::string& word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
-    winsize size{.ws_row = 24, .ws_col = 90, .ws_xpixel = 0, .ws_ypixel = 0};
-    int terminal = -1;
-    pid_ = forkpty(&terminal, nullptr, nullptr, &size);
-    if (pid_ == 0) {
-        execv(argv[0], argv.data());
+Vaultctl::Vaultctl(const std::string& commandLine) {
+    const std::string line = "exec " + commandLine;
+    const winsize size{.ws_row = 24, .ws_col = 90, .ws_xpixel = 0, .ws_ypixel = 0};
+    int descriptor = -1;
+    pid = forkpty(&descriptor, nullptr, nullptr, &size);
+    if (pid == 0) {
+        execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
         _exit(127);
     }
-    terminal_.reset(terminal);
+    terminal.reset(descriptor);
 }
 
-Vaultctl::~Vaultctl() {
-    if (pid_ < 0) return;
-    kill();
-    (void)waitpid(pid_, nullptr, 0);  // Only reached when a test has already failed.
-}
-
-void Vaultctl::type(char key) { ASSERT_EQ(write(terminal_.get(), &key, 1), 1); }
-
-void Vaultctl::kill() const { ASSERT_EQ(::kill(pid_, SIGKILL), 0); }
+void Vaultctl::type(char key) const { ASSERT_EQ(write(terminal.get(), &key, 1), 1); }
 
 Ended Vaultctl::finish() {
     Ended ended;
     char bytes[4096];
     // A pseudo-terminal ends with an error when the last process on it has gone.
-    for (ssize_t count = 0; (count = ::read(terminal_.get(), bytes, sizeof bytes)) > 0;) {
+    for (ssize_t count = 0; (count = ::read(terminal.get(), bytes, sizeof bytes)) > 0;) {
         ended.output.append(bytes, static_cast<size_t>(count));
     }
     int status = 0;
-    EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
-    pid_ = -1;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
     ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     return ended;
 }
 
-HostTest::HostTest() {
-    std::string path = (fs::temp_directory_path() / "vaultctl.XXXXXX").string();
-    folder = mkdtemp(path.data());
-    box = folder / "box";
-    enc = folder / "box_enc";
-    fs::create_directories(box);
-    fs::create_directories(enc);
-}
-
-HostTest::~HostTest() { fs::remove_all(folder); }
-
-void HostTest::write(const fs::path& file, const std::string& contents) {
-    fs::create_directories(file.parent_path());
-    ASSERT_TRUE(android::base::WriteStringToFile(contents, file.string())) << file;
-}
-
-std::string HostTest::read(const fs::path& file) {
-    std::string contents;
-    EXPECT_TRUE(android::base::ReadFileToString(file.string(), &contents)) << file;
-    return contents;
-}
-
 HostTest::Snapshot HostTest::snapshot(const fs::path& root) {
     Snapshot snapshot;
-    const auto add = [&](const fs::path& path) {
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
         struct stat status {};
-        ASSERT_EQ(lstat(path.c_str(), &status), 0) << path;
-        std::ostringstream text;
-        text << std::oct << status.st_mode << std::dec << " " << status.st_uid << ":"
-             << status.st_gid << " " << status.st_mtim.tv_sec << "." << status.st_mtim.tv_nsec;
-        if (S_ISREG(status.st_mode)) {
-            text << " " << status.st_size << " " << std::hash<std::string>()(read(path));
-        }
-        snapshot[path.string().substr(root.string().size())] = text.str();
-    };
-    add(root);
-    for (const auto& entry : fs::recursive_directory_iterator(root)) add(entry.path());
+        EXPECT_EQ(lstat(entry.path().c_str(), &status), 0) << entry;
+        snapshot[fs::relative(entry, root)] =
+            android::base::StringPrintf("%o %u:%u %ld.%09ld ", status.st_mode, status.st_uid,
+                                        status.st_gid, status.st_mtim.tv_sec,
+                                        status.st_mtim.tv_nsec) +
+            (S_ISREG(status.st_mode) ? read(entry) : "");
+    }
     return snapshot;
 }
 
-std::vector<std::string> HostTest::command(const std::string& words,
-                                           const std::vector<std::string>& extra) const {
-    std::vector<std::string> result = {VAULTCTL_COMMAND};
-    std::istringstream stream(words);
-    for (std::string word; stream >> word;) result.push_back(word);
-    result.push_back(box.string() + "/");
-    result.insert(result.end(), extra.begin(), extra.end());
-    if (words != "status") result.push_back("--allow-plain");
-    return result;
+void HostTest::emptyTrees() const {
+    for (const fs::path& root : {box, enc}) {
+        fs::remove_all(root);
+        fs::create_directory(root);
+    }
 }
 
-Ended HostTest::run(const std::string& words, const std::vector<std::string>& extra) const {
-    return Vaultctl(command(words, extra)).finish();
+std::string HostTest::command(const std::string& words) const {
+    const std::string line = "'" VAULTCTL_COMMAND "' " + words + " " + box.string() + "/";
+    return words.starts_with("status") ? line : line + " --allow-plain";
 }
 
-std::vector<std::string> HostTest::withFaults(const std::vector<std::string>& command,
-                                              const std::vector<std::string>& faults) {
-    // The sanitizers want to be loaded first, which they are not then.
-    std::vector<std::string> words = {"/usr/bin/env", "LD_PRELOAD=" FAULTS,
-                                      "ASAN_OPTIONS=verify_asan_link_order=0"};
-    words.insert(words.end(), faults.begin(), faults.end());
-    words.insert(words.end(), command.begin(), command.end());
-    return words;
+Ended HostTest::run(const std::string& words) const { return Vaultctl(command(words)).finish(); }
+
+Ended HostTest::carryOn() const {
+    Ended ended = run("encrypt");
+    while (ended.says("is still moving")) ended = run("encrypt");
+    return ended;
 }
 
-pid_t HostTest::startAndMeet(const std::string& path, std::unique_ptr<Vaultctl>& host) {
-    write(box / path, "");
-    fs::resize_file(box / path, kLargeFile);
-    const fs::path copy = enc / fs::path(path).parent_path() /
-                          (".ecryptfs_intermediate_" + fs::path(path).filename().string());
-    host = std::make_unique<Vaultctl>(withFaults(command("encrypt"), {"FAULT_SLOW=1"}));
-    pid_t worker = 0;
+std::string HostTest::traced(const std::string& options, const std::string& command) {
+    // The leak check cannot run under strace.
+    return "env ASAN_OPTIONS=detect_leaks=0 strace -qq -o /dev/null " + options + " " + command;
+}
+
+Vaultctl HostTest::startSlowly(const std::string& path) {
+    write(box / path, std::string(4 << 20, 'x'));
+    files = filesIn(box);
+    const fs::path copy =
+        (enc / path)
+            .replace_filename(".ecryptfs_intermediate_" + fs::path(path).filename().string());
+    // As its grandchild in a group of its own, strace lets signals and ends through untouched.
+    Vaultctl host(traced("-DD -f -e inject=sendfile:delay_enter=200000", command("encrypt")));
     // The host notes the worker's number just after it has started it.
     const auto met = [&] {
         if (!fs::exists(copy)) return false;
-        worker = nlohmann::json::parse(read(box / ".ecryptfs_job")).at("worker").get<pid_t>();
-        return kill(worker, 0) == 0;
+        host.worker = nlohmann::json::parse(read(box / ".ecryptfs_job")).at("worker");
+        return kill(host.worker, 0) == 0;
     };
     for (int i = 0; i < 10000 && !met(); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     EXPECT_TRUE(fs::exists(copy)) << "the worker was not met in the middle";
-    return worker;
+    return host;
 }

@@ -4,67 +4,54 @@
 
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include <android-base/unique_fd.h>
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include "../worker_fixture.h"
 
 /// What one vaultctl said, on both outputs, and how it ended.
 struct Ended {
     int status = -1;  ///< minus the signal's number when one ended it
     std::string output;
-    /// The events of a --json run; throws when a line is no JSON.
-    [[nodiscard]] std::vector<nlohmann::json> events() const;
-    [[nodiscard]] nlohmann::json event(const std::string& name) const;
+    /// Those of a --json run that have this name; throws when a line is no JSON.
+    [[nodiscard]] std::vector<nlohmann::json> events(const std::string& name) const;
     [[nodiscard]] bool says(const std::string& text) const {
         return output.find(text) != std::string::npos;
     }
 };
 
-/// A running vaultctl on a pseudo-terminal.
-class Vaultctl {
-  public:
-    explicit Vaultctl(const std::vector<std::string>& arguments);
-    ~Vaultctl();
-    void type(char key);
-    void kill() const;
+/// A command that runs on a pseudo-terminal.
+struct Vaultctl {
+    explicit Vaultctl(const std::string& commandLine);
+    void type(char key) const;
     Ended finish();
 
-  private:
-    pid_t pid_ = -1;
-    android::base::unique_fd terminal_;
+    pid_t pid = -1;
+    pid_t worker = -1;  ///< once met
+    android::base::unique_fd terminal;
 };
 
-/// A folder with a tree "box", an empty "box_enc", and real runs on them.
-class HostTest : public ::testing::Test {
+/// Real runs of vaultctl on the two trees.
+class HostTest : public WorkerTest {
   protected:
-    /// Path below the root ("" for the root) to mode, owner, time, size and contents.
+    /// Path below the root to mode, owner, time and contents.
     using Snapshot = std::map<std::string, std::string>;
-
-    HostTest();
-    ~HostTest() override;
-
-    static void write(const std::filesystem::path& file, const std::string& contents);
-    static std::string read(const std::filesystem::path& file);
     static Snapshot snapshot(const std::filesystem::path& root);
+    void emptyTrees() const;
 
-    /// `vaultctl COMMAND box EXTRA...`, to its end; encrypt and decrypt with --allow-plain.
-    [[nodiscard]] std::vector<std::string> command(
-        const std::string& words, const std::vector<std::string>& extra = {}) const;
-    [[nodiscard]] Ended run(const std::string& words,
-                            const std::vector<std::string>& extra = {}) const;
+    /// `vaultctl WORDS box`, with --allow-plain where something may be moved.
+    [[nodiscard]] std::string command(const std::string& words) const;
+    [[nodiscard]] Ended run(const std::string& words) const;
+    /// Encrypts as soon as no worker without its host is at it any more.
+    [[nodiscard]] Ended carryOn() const;
+    /// The command below strace, which makes system calls fail, kill or take long.
+    static std::string traced(const std::string& options, const std::string& command);
 
-    /// The command with faults.cpp preloaded and its variables set.
-    static std::vector<std::string> withFaults(const std::vector<std::string>& command,
-                                               const std::vector<std::string>& faults);
-
-    /// Starts an encryption on a slow disk and returns its worker's process while that copies
-    /// `path`, a large file that this makes below the source.
-    [[nodiscard]] pid_t startAndMeet(const std::string& path, std::unique_ptr<Vaultctl>& host);
-
-    static constexpr uintmax_t kLargeFile = 24 << 20;  ///< more than a second on the slow disk
-    std::filesystem::path folder, box, enc;
+    /// Starts an encryption on a slow disk and returns while its worker copies `path`, a file that
+    /// this makes below the source and that takes some seconds. All of the source is in `files`.
+    [[nodiscard]] Vaultctl startSlowly(const std::string& path);
+    Files files;
 };
