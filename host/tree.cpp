@@ -99,6 +99,7 @@ TreeLock::TreeLock(const Tree& tree, Holder& holder) : tree_(lockDirectory(tree.
 Holder lookAtLock(const Tree& tree) {
     if (!isDirectory(tree.plain)) return Holder::kNobody;
     Holder holder = Holder::kNobody;
+    // cppcheck-suppress unreadVariable ; it is held while we look
     const TreeLock lock(tree, holder);
     return holder;
 }
