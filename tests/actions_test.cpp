@@ -85,12 +85,6 @@ TEST_F(Actions, TheFirstFailureEndsTheRun) {
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(result.status, std::vector<std::string>{"error crypto -2"});
     EXPECT_TRUE(filesIn(enc).empty());
-
-    write(box / "a/b/.ecryptfs_process", "no header");
-    const RunResult refused = run(1);
-    EXPECT_EQ(refused.exitStatus, 1);
-    EXPECT_TRUE(refused.status.empty());
-    EXPECT_TRUE(refused.logged("E CryptWorker header size invalid : 9"));
 }
 
 TEST_F(Actions, BothWalksListThePlainTree) {

@@ -11,6 +11,7 @@
 namespace {
 
 using std::chrono::microseconds;
+using ::testing::Contains;
 
 // Steps are (microseconds after the start, whether a line is due).
 TEST(ProgressThrottle, LetsOneLineThroughInItsInterval) {
@@ -73,12 +74,10 @@ TEST(CommandListener, TakesOnlyTheExactPauseWord) {
         listenForCommands(pipes.commandRead.release(), paused);
         EXPECT_EQ(paused->load(), pauses) << sent;
         for (const std::string& word : unknown) {
-            EXPECT_TRUE(log.has("E Unknown command [" + word + "]")) << word;
+            EXPECT_THAT(log.records, Contains("E Unknown command [" + word + "]"));
         }
         const size_t words = unknown.size() + (pauses ? 1 : 0);
-        EXPECT_EQ(std::count(log.records.begin(), log.records.end(), "D Exit command process"),
-                  static_cast<long>(words))
-            << sent;
+        EXPECT_THAT(log.records, Contains("D Exit command process").Times(words)) << sent;
     }
 }
 

@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <fstream>
 #include <sstream>
 
@@ -19,10 +18,6 @@ namespace {
 
 constexpr int kCommandFd = 3;
 constexpr int kStatusFd = 4;
-
-bool contains(const std::vector<std::string>& records, const std::string& record) {
-    return std::find(records.begin(), records.end(), record) != records.end();
-}
 
 std::vector<std::string> logRecords(const fs::path& file) {
     std::vector<std::string> records;
@@ -49,10 +44,6 @@ LogCapture::LogCapture() {
 }
 
 LogCapture::~LogCapture() { android::base::SetLogger(android::base::StderrLogger); }
-
-bool LogCapture::has(const std::string& record) const { return contains(records, record); }
-
-bool RunResult::logged(const std::string& record) const { return contains(log, record); }
 
 WorkerProcess::WorkerProcess(const std::vector<std::string>& arguments) {
     android::base::unique_fd statusEnd;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <android-base/unique_fd.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 /// Keeps what is logged while it lives, as "E message" and the like, instead of printing it.
@@ -16,7 +17,6 @@ class LogCapture {
   public:
     LogCapture();
     ~LogCapture();
-    [[nodiscard]] bool has(const std::string& record) const;
     std::vector<std::string> records;
 };
 
@@ -25,7 +25,6 @@ struct RunResult {
     int exitStatus = -1;  ///< Minus the signal's number when one ended the worker.
     std::vector<std::string> status;
     std::vector<std::string> log;  ///< "I message" and the like.
-    [[nodiscard]] bool logged(const std::string& record) const;
 };
 
 /// The real executable on two real pipes.
