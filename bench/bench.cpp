@@ -186,9 +186,9 @@ void measureEntries(benchmark::State& state, const fs::path& root, bool isScan) 
 void addBenchmarks(const fs::path& memory, const fs::path& disk) {
     const std::vector<Tree> trees = {
         {"4 KiB x 20000 in memory", memory / "tree", 20000, 4096},
-        {"4 KiB x 200 on disk", disk / "tree", 200, 4096},
+        {"4 KiB x 1000 on disk", disk / "tree", 1000, 4096},
         {"1 GiB in memory", memory / "tree", 1, 1 << 30},
-        {"256 MiB on disk", disk / "tree", 1, 1 << 28},
+        {"512 MiB on disk", disk / "tree", 1, 1 << 29},
     };
     const std::string floor = programBeside("floor");
     const std::vector<Rival> rivals = {
