@@ -155,12 +155,14 @@ bool FileMover::createIntermediate(const Paths& paths, int& error) {
     (void)RemoveFileIfExists(paths.stash);  // the rename onto what stays tells
     const bool removed = RemoveFileIfExists(paths.intermediate);
     DEBUG_LOG() << "create file: " << paths.intermediate;
+    // What is in the way and cannot be removed makes the open fail, or is an earlier copy and is
+    // emptied. But opening a pipe would wait for ever, and a link or device leads elsewhere.
     const mode_t mode = removed ? 0 : modeOf(paths.intermediate);
     bool created = false;
-    if (removed || S_ISREG(mode) || S_ISDIR(mode)) {
+    if (mode == 0 || S_ISREG(mode) || S_ISDIR(mode)) {
         created = std::ofstream(paths.intermediate).is_open();
     } else {
-        errno = EEXIST;  // opening a pipe would wait for ever, a link or device lead elsewhere
+        errno = EEXIST;
     }
     if (created) return true;
     error = -errno;
