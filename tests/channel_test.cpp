@@ -18,22 +18,16 @@ TEST(ProgressThrottle, LetsOneLineThroughInItsInterval) {
     const ProgressThrottle::TimePoint start{std::chrono::hours(1)};
     ProgressThrottle throttle(1000, start);
     using Steps = std::vector<std::pair<int64_t, bool>>;
-    for (const auto& [time, due] : Steps{{0, true},
-                                         {999, true},
-                                         {400'000, false},
-                                         {1'000'998, false},
-                                         {1'000'999, true},
-                                         {2'300'000, true},
-                                         {1'000'000, true}}) {
+    const Steps chunks = {{0, true},          {999, true},       {400'000, false},
+                          {1'000'998, false}, {1'000'999, true}, {2'300'000, true},
+                          {1'000'000, true}};
+    for (const auto& [time, due] : chunks) {
         EXPECT_EQ(throttle.addProgress(5, start + microseconds(time)), due) << time;
     }
     EXPECT_EQ(throttle.progressTotal(), 1035U);
-    for (const auto& [time, due] : Steps{{0, false},
-                                         {5'000'999, false},
-                                         {5'001'000, true},
-                                         {10'001'999, false},
-                                         {5'000'001, false},
-                                         {4'999'000, true}}) {
+    const Steps files = {{0, false},          {5'000'999, false}, {5'001'000, true},
+                         {10'001'999, false}, {5'000'001, false}, {4'999'000, true}};
+    for (const auto& [time, due] : files) {
         EXPECT_EQ(throttle.recordDue(start + microseconds(time)), due) << time;
     }
 }

@@ -43,34 +43,22 @@ TEST_F(Transfer, FinishesWhateverAnEarlierRunLeft) {
         unsigned long counted;
         std::string record;
     };
-    const std::string sourceDir = box.string() + "/";
-    const std::string targetDir = enc.string() + "/";
     const std::string partial = ".ecryptfs_intermediate_f";
+    const std::string stashFound = "I stash file exists:" + (enc / ".f").string();
+    const std::string baseGone =
+        "E base file is not exists:" + (box / "f").string() + ": No such file or directory";
     const Case cases[] = {
         {"fresh", {{"f", "f"}}, {}, {{"f", "f"}}, 2, ""},
         {"partial copy", {{"f", "f"}}, {{partial, "longer than f"}}, {{"f", "f"}}, 2, ""},
-        {"stash and base",
-         {{"f", "f"}},
-         {{".f", "F"}},
-         {{"f", "F"}},
-         0,
-         "I stash file exists:" + targetDir + ".f"},
+        {"stash and base", {{"f", "f"}}, {{".f", "F"}}, {{"f", "F"}}, 0, stashFound},
         {"stash alone", {}, {{".f", "F"}}, {{"f", "F"}}, 0, ""},
         {"stash and older target", {}, {{".f", "F"}, {"f", "old"}}, {{"f", "F"}}, 0, ""},
-        {"target alone",
-         {},
-         {{"f", "F"}},
-         {{"f", "F"}},
-         0,
-         "E base file is not exists:" + sourceDir + "f: No such file or directory"},
+        {"target alone", {}, {{"f", "F"}}, {{"f", "F"}}, 0, baseGone},
         {"base and older target", {{"f", "f"}}, {{"f", "old"}}, {{"f", "f"}}, 2, ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        for (const fs::path& directory : {box, enc}) {
-            fs::remove_all(directory);
-            fs::create_directory(directory);
-        }
+        emptyTrees();
         for (const auto& [name, contents] : c.source) write(box / name, contents);
         for (const auto& [name, contents] : c.target) write(enc / name, contents);
         write(list(), processFile({"f"}));

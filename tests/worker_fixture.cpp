@@ -16,9 +16,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kCommandFd = 3;
-constexpr int kStatusFd = 4;
-
 std::vector<std::string> logRecords(const fs::path& file) {
     std::vector<std::string> records;
     std::ifstream stream(file);
@@ -58,14 +55,10 @@ WorkerProcess::WorkerProcess(const std::vector<std::string>& arguments) {
     pid_ = fork();
     if (pid_ == 0) {
         const int log = open(log_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        // Above the fixed numbers first: either end may sit on one of them.
-        const int commands = fcntl(commandEnd_.get(), F_DUPFD, kStatusFd + 1);
-        const int status = fcntl(statusEnd.get(), F_DUPFD, kStatusFd + 1);
-        if (dup2(log, STDERR_FILENO) < 0 || dup2(commands, kCommandFd) < 0 ||
-            dup2(status, kStatusFd) < 0 || close(commands) != 0 || close(status) != 0) {
-            _exit(126);
+        if (dup2(commandEnd_.get(), STDIN_FILENO) == 0 &&
+            dup2(statusEnd.get(), STDOUT_FILENO) == 1 && dup2(log, STDERR_FILENO) == 2) {
+            execv(argv[0], argv.data());
         }
-        execv(argv[0], argv.data());
         _exit(127);
     }
 }
@@ -112,11 +105,17 @@ WorkerTest::WorkerTest() {
     folder = mkdtemp(pattern.data());
     box = folder / "box";
     enc = folder / "box_enc";
-    fs::create_directory(box);
-    fs::create_directory(enc);
+    emptyTrees();
 }
 
 WorkerTest::~WorkerTest() { fs::remove_all(folder); }
+
+void WorkerTest::emptyTrees() const {
+    for (const fs::path& root : {box, enc}) {
+        fs::remove_all(root);
+        fs::create_directory(root);
+    }
+}
 
 void WorkerTest::write(const fs::path& file, const std::string& contents) {
     fs::create_directories(file.parent_path());
@@ -147,13 +146,7 @@ std::string WorkerTest::processFile(const std::vector<std::string>& names, uint3
 }
 
 std::vector<std::string> WorkerTest::command(int action, const fs::path& path) const {
-    return {"1",
-            std::to_string(action),
-            path.empty() ? box : path,
-            std::to_string(kCommandFd),
-            std::to_string(kStatusFd),
-            "0",
-            "1000"};
+    return {"1", std::to_string(action), path.empty() ? box : path, "0", "1", "0", "1000"};
 }
 
 RunResult WorkerTest::run(int action, const fs::path& path) const {

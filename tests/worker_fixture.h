@@ -27,7 +27,7 @@ struct RunResult {
     std::vector<std::string> log;  ///< "I message" and the like.
 };
 
-/// The real executable on two real pipes.
+/// The real executable on two real pipes, which are its standard input and output.
 class WorkerProcess {
   public:
     explicit WorkerProcess(const std::vector<std::string>& arguments);
@@ -58,6 +58,7 @@ class WorkerTest : public ::testing::Test {
     WorkerTest();
     ~WorkerTest() override;
 
+    void emptyTrees() const;
     static void write(const std::filesystem::path& file, const std::string& contents);
     static std::string read(const std::filesystem::path& file);
     /// All regular files below `directory`, hidden ones too.

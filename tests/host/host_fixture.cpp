@@ -66,13 +66,6 @@ HostTest::Snapshot HostTest::snapshot(const fs::path& root) {
     return snapshot;
 }
 
-void HostTest::emptyTrees() const {
-    for (const fs::path& root : {box, enc}) {
-        fs::remove_all(root);
-        fs::create_directory(root);
-    }
-}
-
 std::string HostTest::command(const std::string& words) const {
     const std::string line = "'" VAULTCTL_COMMAND "' " + words + " " + box.string() + "/";
     return words.starts_with("status") ? line : line + " --allow-plain";

@@ -40,7 +40,6 @@ class HostTest : public WorkerTest {
     /// Path below the root to mode, owner, time and contents.
     using Snapshot = std::map<std::string, std::string>;
     static Snapshot snapshot(const std::filesystem::path& root);
-    void emptyTrees() const;
 
     /// `vaultctl WORDS box`, with --allow-plain where something may be moved.
     [[nodiscard]] std::string command(const std::string& words) const;
