@@ -21,9 +21,9 @@ using OnDirectory =
 using OnUnlisted = std::function<void(const std::string& relative, int error)>;
 
 /// Visits the root and everything below it, each directory before its subdirectories, and closes
-/// each before the next is opened. Types are those of the listing, as in the worker's own walks:
-/// a symbolic link to a directory is not followed. Directories
-/// with one of the mover's own names are passed over, as the scan does.
+/// each before the next is opened. Types are those of the listing, as in the worker's own walks: a
+/// symbolic link to a directory is not followed. Directories with one of the mover's own names are
+/// passed over, as the scan does.
 void walkTree(const std::string& root, const OnDirectory& onDirectory,
               const OnUnlisted& onUnlisted);
 /// As above; throws std::system_error at the first directory that cannot be listed.
