@@ -16,6 +16,9 @@ inline constexpr std::string_view kEncryptedSuffix = "_enc";
 /// whether the tree that is mounted there now is the one the job began with.
 inline constexpr std::string_view kJobRecord = ".ecryptfs_job";
 inline constexpr std::string_view kManifest = ".ecryptfs_manifest";
+/// A folder in which names are tried; the same in capitals, to see whether that makes a difference.
+inline constexpr std::string_view kNameTrial = ".ecryptfs_names";
+inline constexpr std::string_view kNameTrialInOtherCase = ".ECRYPTFS_NAMES";
 /// Appended to a file that is being replaced; the scan passes over it by its beginning.
 inline constexpr std::string_view kReplacementSuffix = ".new";
 

@@ -88,16 +88,16 @@ class Inspector {
         }
         lookAtOwner(directory);
         const Kinds inSource = kindsOf(entries, directory);
-        const Kinds inTarget = targetKinds(relative);
+        lookAtTargetDirectory(target_ + relative);
         for (const Entry& entry : entries) {
             const std::string path = directory + "/" + entry.name;
             if (entry.type == DT_UNKNOWN) continue;
             if (entry.name.starts_with(names::kOwnPrefix)) {
                 lookAtOwnName(entry, path, relative.empty());
             } else if (entry.type == DT_DIR) {
-                lookAtSubdirectory(entry.name, relative, inTarget);
+                lookAtSubdirectory(entry.name, relative);
             } else if (entry.type == DT_REG) {
-                lookAtFile(entry.name, relative, inSource, inTarget);
+                lookAtFile(entry.name, relative, inSource);
             } else {
                 found(entry.type == DT_LNK ? Finding::kSymbolicLink : Finding::kSpecialFile, path);
             }
@@ -118,19 +118,17 @@ class Inspector {
         return kinds;
     }
 
-    Kinds targetKinds(const std::string& relative) {
-        const std::string directory = target_ + relative;
-        if (!isDirectory(directory)) return {};
+    void lookAtTargetDirectory(const std::string& directory) {
+        if (!isDirectory(directory)) return;
         if (access(directory.c_str(), R_OK | W_OK | X_OK) != 0) {
             found(Finding::kDirectoryUnusable, directory);
-            return {};
+            return;
         }
-        Kinds kinds = kindsOf(listDirectory(directory), directory);
         // A list on this side belongs to a job of the other direction.
-        if (kinds.contains(std::string(names::kProcessFile))) {
+        if (kindsOf(listDirectory(directory), directory)
+                .contains(std::string(names::kProcessFile))) {
             found(Finding::kForeignList, directory + "/" + std::string(names::kProcessFile));
         }
-        return kinds;
     }
 
     void lookAtOwnName(const Entry& entry, const std::string& path, bool inRoot) {
@@ -142,19 +140,22 @@ class Inspector {
         }
     }
 
-    void lookAtSubdirectory(const std::string& name, const std::string& relative,
-                            const Kinds& inTarget) {
+    /// What the target takes for this path, which need not be called quite the same; 0 for nothing.
+    static mode_t kindAt(const std::string& path) {
+        struct stat status {};
+        return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
+    }
+
+    void lookAtSubdirectory(const std::string& name, const std::string& relative) {
         if (name.size() > longestName_) {
             found(Finding::kNameTooLong, source_ + relative + "/" + name);
         }
-        const auto other = inTarget.find(name);
-        if (other != inTarget.end() && other->second != DT_DIR) {
-            found(Finding::kOtherKindOnTarget, target_ + relative + "/" + name);
-        }
+        const std::string other = target_ + relative + "/" + name;
+        const mode_t kind = kindAt(other);
+        if (kind != 0 && !S_ISDIR(kind)) found(Finding::kOtherKindOnTarget, other);
     }
 
-    void lookAtFile(const std::string& name, const std::string& relative, const Kinds& inSource,
-                    const Kinds& inTarget) {
+    void lookAtFile(const std::string& name, const std::string& relative, const Kinds& inSource) {
         const std::string path = source_ + relative + "/" + name;
         lookAtName(name, path, target_ + relative);
         const std::string dotted = "." + name;
@@ -162,15 +163,13 @@ class Inspector {
         if (dottedBeside != inSource.end() && dottedBeside->second == DT_DIR) {
             found(Finding::kDottedDirectory, path);
         }
-        if (inTarget.contains(dotted)) found(Finding::kDottedOnTarget, path);
-        const auto same = inTarget.find(name);
-        if (same != inTarget.end()) {
-            const std::string other = target_ + relative + "/" + name;
-            if (same->second == DT_DIR) {
-                found(Finding::kOtherKindOnTarget, other);
-            } else if (!options_.replace) {
-                found(Finding::kSameNameOnTarget, other);
-            }
+        if (kindAt(target_ + relative + "/" + dotted) != 0) found(Finding::kDottedOnTarget, path);
+        const std::string same = target_ + relative + "/" + name;
+        const mode_t kind = kindAt(same);
+        if (S_ISDIR(kind)) {
+            found(Finding::kOtherKindOnTarget, same);
+        } else if (kind != 0 && !options_.replace) {
+            found(Finding::kSameNameOnTarget, same);
         }
         lookAtContent(name, path);
     }
@@ -268,6 +267,10 @@ FindingText describe(Finding finding) {
             return {"other-kind-on-target",
                     "is in the way in the target: a file where a directory belongs, or the other "
                     "way round"};
+        case Finding::kNamesClash:
+            return {"names-clash",
+                    "has a name that the target takes for another beside it, perhaps because it "
+                    "does not tell upper from lower case"};
         case Finding::kUnreadable:
             return {"unreadable", "cannot be read"};
         case Finding::kOwner:

@@ -26,6 +26,7 @@ enum class Finding {
     kDottedOnTarget,
     kSameNameOnTarget,
     kOtherKindOnTarget,
+    kNamesClash,
     kUnreadable,
     kOwner,
     kForeignList,

@@ -7,6 +7,8 @@
 #include "failure_text.h"
 #include "job_end.h"
 #include "manifest.h"
+#include "name_trial.h"
+#include "names.h"
 #include "preflight.h"
 #include "process_files.h"
 #include "tree_walk.h"
@@ -41,15 +43,36 @@ void refuseWhatCannotMove(const JobContext& job) {
                      job.command() + " again.");
 }
 
-/// The way back finds its directories by listing the target, which may have been empty until now.
-void refuseUntypedTarget(const JobContext& job, const JobRecord& record) {
-    for (const Entry& entry : listDirectory(job.target())) {
-        if (entry.type != DT_UNKNOWN) continue;
-        discardPreparation(job.tree, record);
-        throw JobEnd(ExitStatus::kRefused,
-                     job.target() + " " + std::string(describe(Finding::kNoEntryTypes).reason) +
-                         ". Nothing was moved; use another file system.");
+/// Of one directory's entries, those that a target directory takes for one before them.
+std::vector<std::string> clashingEntries(const std::vector<Entry>& entries,
+                                         const std::string& target) {
+    std::vector<std::string> names;
+    for (const Entry& entry : entries) {
+        const bool moves = entry.type == DT_REG || entry.type == DT_DIR;
+        if (moves && !entry.name.starts_with(names::kOwnPrefix)) names.push_back(entry.name);
     }
+    return clashingNames(target, names);
+}
+
+/// What can be seen only once the target's directories are there: the way back finds them by
+/// listing, and two files whose names the target takes for one would become one file.
+void refuseUnfitTarget(const JobContext& job, const JobRecord& record) {
+    Preflight found;
+    for (const Entry& entry : listDirectory(job.target())) {
+        if (entry.type == DT_UNKNOWN) found.findings[Finding::kNoEntryTypes] = {job.target()};
+    }
+    walkTree(job.source(), [&](const std::string& relative, const std::vector<Entry>& entries) {
+        job.stops.throwIfAsked();
+        for (const std::string& name : clashingEntries(entries, job.target() + relative)) {
+            found.findings[Finding::kNamesClash].push_back(job.source() + relative + "/" + name);
+        }
+    });
+    if (!found.refused()) return;
+    discardPreparation(job.tree, record);
+    reportFindings(found, job.report);
+    throw JobEnd(ExitStatus::kRefused,
+                 "Refused for the reasons above; nothing was moved. Put them right and run " +
+                     job.command() + " again.");
 }
 
 void scan(const JobContext& job, JobRecord& record) {
@@ -86,7 +109,7 @@ JobRecord prepareJob(const JobContext& job, const std::optional<JobRecord>& aban
     record.rootTime = rootTime(job);
     storeRecord(job.tree, record);
     makeTargetDirectories(job.tree, direction, stopCheck);
-    refuseUntypedTarget(job, record);
+    refuseUnfitTarget(job, record);
     writeManifest(job.tree, direction, record.rootTime, stopCheck);
     scan(job, record);
     makeListsSafe(job.tree, direction, stopCheck);

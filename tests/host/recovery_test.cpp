@@ -83,7 +83,7 @@ INSTANTIATE_TEST_SUITE_P(Who, Killed, ::testing::Values("host", "worker", "both"
 TEST_F(HostTest, KilledAtAnyStepItComesToTheSameEnd) {
     const fs::path worker = folder / "worker";
     const std::pair<bool, std::string> sweeps[] = {
-        {true, "mkdir"}, {true, "rename"},  {true, "fsync"},  {true, "unlink"},
+        {true, "mkdir"}, {true, "rmdir"},   {true, "rename"}, {true, "fsync"},  {true, "unlink"},
         {true, "chmod"}, {false, "rename"}, {false, "fsync"}, {false, "unlink"}};
     for (const auto& [host, call] : sweeps) {
         int step = 1;
