@@ -155,9 +155,11 @@ void makeListsSafe(const Tree& tree, Direction direction,
 }
 
 void removeLists(const std::string& source) {
+    const std::string replacement =
+        std::string(names::kProcessFile) + std::string(names::kReplacementSuffix);
     walkTree(source, [&](const std::string& relative, const std::vector<Entry>& entries) {
         for (const Entry& entry : entries) {
-            if (entry.name.starts_with(names::kProcessFile)) {
+            if (isList(entry) || entry.name == replacement) {
                 removeDurably(source + relative + "/" + entry.name);
             }
         }
