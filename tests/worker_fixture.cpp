@@ -64,7 +64,10 @@ WorkerProcess::WorkerProcess(const std::vector<std::string>& arguments) {
 }
 
 WorkerProcess::~WorkerProcess() {
-    if (pid_ > 0) kill();
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        finish();
+    }
     fs::remove(log_);
 }
 
@@ -83,11 +86,6 @@ std::string WorkerProcess::readLine() {
     result_.status.push_back(pending_.substr(0, end));
     pending_.erase(0, end + 1);
     return result_.status.back();
-}
-
-void WorkerProcess::kill() {
-    ::kill(pid_, SIGKILL);
-    finish();
 }
 
 RunResult WorkerProcess::finish() {

@@ -36,7 +36,6 @@ class WorkerProcess {
     /// The next status line; empty when the worker has closed its end.
     std::string readLine();
     void closeStatus() { status_.reset(); }
-    void kill();
     /// Reads the rest and waits for the end.
     RunResult finish();
 
