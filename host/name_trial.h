@@ -3,13 +3,16 @@
 #include <string>
 #include <vector>
 
+#include "tree_walk.h"
+
 namespace host {
 
-/// Those of `names` that `directory` takes for one that came before them. A file system that does
-/// not tell upper from lower case has such names, and files moved there would replace each other.
-/// Tried in a folder below `directory`, which is gone afterwards. Throws std::system_error, also
-/// for a name that the file system does not take at all.
-[[nodiscard]] std::vector<std::string> clashingNames(const std::string& directory,
-                                                     const std::vector<std::string>& names);
+/// Those of one source directory's `entries` that cannot be moved into `directory` beside the
+/// others, because its file system does not tell upper from lower case: it takes their name, or the
+/// dotted name that a file has on its way, for that of another, and one file would replace the
+/// other. Such a file system may also refuse a name altogether. Tried in a folder below
+/// `directory`, which is gone afterwards. Throws std::system_error.
+[[nodiscard]] std::vector<std::string> unfitNames(const std::string& directory,
+                                                  const std::vector<Entry>& entries);
 
 }  // namespace host

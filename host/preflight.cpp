@@ -10,7 +10,6 @@
 #include <array>
 #include <cerrno>
 #include <system_error>
-#include <unordered_map>
 
 #include <fmt/format.h>
 
@@ -87,7 +86,7 @@ class Inspector {
             found(Finding::kDirectoryUnusable, directory);
         }
         lookAtOwner(directory);
-        const Kinds inSource = kindsOf(entries, directory);
+        lookAtTypes(entries, directory);
         lookAtTargetDirectory(target_ + relative);
         for (const Entry& entry : entries) {
             const std::string path = directory + "/" + entry.name;
@@ -97,25 +96,27 @@ class Inspector {
             } else if (entry.type == DT_DIR) {
                 lookAtSubdirectory(entry.name, relative);
             } else if (entry.type == DT_REG) {
-                lookAtFile(entry.name, relative, inSource);
+                lookAtFile(entry.name, relative);
             } else {
                 found(entry.type == DT_LNK ? Finding::kSymbolicLink : Finding::kSpecialFile, path);
             }
         }
     }
 
-    using Kinds = std::unordered_map<std::string, unsigned char>;
-
     /// One entry without a type stands for the whole file system.
-    Kinds kindsOf(const std::vector<Entry>& entries, const std::string& directory) {
-        Kinds kinds;
-        for (const Entry& entry : entries) {
-            kinds.emplace(entry.name, entry.type);
-            if (entry.type == DT_UNKNOWN && !result_.findings.contains(Finding::kNoEntryTypes)) {
-                found(Finding::kNoEntryTypes, directory);
-            }
+    void lookAtTypes(const std::vector<Entry>& entries, const std::string& directory) {
+        const bool untyped = std::any_of(entries.begin(), entries.end(), [](const Entry& entry) {
+            return entry.type == DT_UNKNOWN;
+        });
+        if (untyped && !result_.findings.contains(Finding::kNoEntryTypes)) {
+            found(Finding::kNoEntryTypes, directory);
         }
-        return kinds;
+    }
+
+    /// What is found at this path, which need not be called quite the same; 0 for nothing.
+    static mode_t kindAt(const std::string& path) {
+        struct stat status {};
+        return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
     }
 
     void lookAtTargetDirectory(const std::string& directory) {
@@ -124,11 +125,10 @@ class Inspector {
             found(Finding::kDirectoryUnusable, directory);
             return;
         }
+        lookAtTypes(listDirectory(directory), directory);
         // A list on this side belongs to a job of the other direction.
-        if (kindsOf(listDirectory(directory), directory)
-                .contains(std::string(names::kProcessFile))) {
-            found(Finding::kForeignList, directory + "/" + std::string(names::kProcessFile));
-        }
+        const std::string list = directory + "/" + std::string(names::kProcessFile);
+        if (kindAt(list) != 0) found(Finding::kForeignList, list);
     }
 
     void lookAtOwnName(const Entry& entry, const std::string& path, bool inRoot) {
@@ -140,12 +140,6 @@ class Inspector {
         }
     }
 
-    /// What the target takes for this path, which need not be called quite the same; 0 for nothing.
-    static mode_t kindAt(const std::string& path) {
-        struct stat status {};
-        return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
-    }
-
     void lookAtSubdirectory(const std::string& name, const std::string& relative) {
         if (name.size() > longestName_) {
             found(Finding::kNameTooLong, source_ + relative + "/" + name);
@@ -155,15 +149,12 @@ class Inspector {
         if (kind != 0 && !S_ISDIR(kind)) found(Finding::kOtherKindOnTarget, other);
     }
 
-    void lookAtFile(const std::string& name, const std::string& relative, const Kinds& inSource) {
+    void lookAtFile(const std::string& name, const std::string& relative) {
         const std::string path = source_ + relative + "/" + name;
         lookAtName(name, path, target_ + relative);
-        const std::string dotted = "." + name;
-        const auto dottedBeside = inSource.find(dotted);
-        if (dottedBeside != inSource.end() && dottedBeside->second == DT_DIR) {
-            found(Finding::kDottedDirectory, path);
-        }
-        if (kindAt(target_ + relative + "/" + dotted) != 0) found(Finding::kDottedOnTarget, path);
+        const std::string dotted = relative + "/." + name;
+        if (S_ISDIR(kindAt(source_ + dotted))) found(Finding::kDottedDirectory, path);
+        if (kindAt(target_ + dotted) != 0) found(Finding::kDottedOnTarget, path);
         const std::string same = target_ + relative + "/" + name;
         const mode_t kind = kindAt(same);
         if (S_ISDIR(kind)) {
@@ -267,10 +258,10 @@ FindingText describe(Finding finding) {
             return {"other-kind-on-target",
                     "is in the way in the target: a file where a directory belongs, or the other "
                     "way round"};
-        case Finding::kNamesClash:
-            return {"names-clash",
-                    "has a name that the target takes for another beside it, perhaps because it "
-                    "does not tell upper from lower case"};
+        case Finding::kUnfitName:
+            return {"unfit-name",
+                    "has a name that the target refuses, or does not tell from another beside it, "
+                    "in upper or lower case, with or without a dot in front"};
         case Finding::kUnreadable:
             return {"unreadable", "cannot be read"};
         case Finding::kOwner:

@@ -26,7 +26,7 @@ enum class Finding {
     kDottedOnTarget,
     kSameNameOnTarget,
     kOtherKindOnTarget,
-    kNamesClash,
+    kUnfitName,
     kUnreadable,
     kOwner,
     kForeignList,

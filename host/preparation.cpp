@@ -8,7 +8,6 @@
 #include "job_end.h"
 #include "manifest.h"
 #include "name_trial.h"
-#include "names.h"
 #include "preflight.h"
 #include "process_files.h"
 #include "tree_walk.h"
@@ -33,25 +32,16 @@ void discardPreparation(const Tree& tree, const JobRecord& record) {
     (void)putBackTime(root, source);
 }
 
+[[noreturn]] void refuse(const JobContext& job, const std::string& state) {
+    throw JobEnd(ExitStatus::kRefused, "Refused for the reasons above; nothing was " + state +
+                                           ". Put them right and run " + job.command() + " again.");
+}
+
 void refuseWhatCannotMove(const JobContext& job) {
     const Preflight found = inspect(job.tree, job.options.direction, job.options.preflight,
                                     [&job] { job.stops.throwIfAsked(); });
     reportFindings(found, job.report);
-    if (!found.refused()) return;
-    throw JobEnd(ExitStatus::kRefused,
-                 "Refused for the reasons above; nothing was touched. Put them right and run " +
-                     job.command() + " again.");
-}
-
-/// Of one directory's entries, those that a target directory takes for one before them.
-std::vector<std::string> clashingEntries(const std::vector<Entry>& entries,
-                                         const std::string& target) {
-    std::vector<std::string> names;
-    for (const Entry& entry : entries) {
-        const bool moves = entry.type == DT_REG || entry.type == DT_DIR;
-        if (moves && !entry.name.starts_with(names::kOwnPrefix)) names.push_back(entry.name);
-    }
-    return clashingNames(target, names);
+    if (found.refused()) refuse(job, "touched");
 }
 
 /// What can be seen only once the target's directories are there: the way back finds them by
@@ -63,16 +53,14 @@ void refuseUnfitTarget(const JobContext& job, const JobRecord& record) {
     }
     walkTree(job.source(), [&](const std::string& relative, const std::vector<Entry>& entries) {
         job.stops.throwIfAsked();
-        for (const std::string& name : clashingEntries(entries, job.target() + relative)) {
-            found.findings[Finding::kNamesClash].push_back(job.source() + relative + "/" + name);
+        for (const std::string& name : unfitNames(job.target() + relative, entries)) {
+            found.findings[Finding::kUnfitName].push_back(job.source() + relative + "/" + name);
         }
     });
     if (!found.refused()) return;
     discardPreparation(job.tree, record);
     reportFindings(found, job.report);
-    throw JobEnd(ExitStatus::kRefused,
-                 "Refused for the reasons above; nothing was moved. Put them right and run " +
-                     job.command() + " again.");
+    refuse(job, "moved");
 }
 
 void scan(const JobContext& job, JobRecord& record) {
