@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
@@ -9,13 +8,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <android-base/unique_fd.h>
 
+#include "files/held_directory.h"
 #include "records/process_file.h"
 
 // The least a durable, resumable move can cost: moves the files that a scan has listed in SOURCE
@@ -29,6 +28,7 @@
 namespace {
 
 using android::base::unique_fd;
+using files::HeldDirectory;
 
 constexpr off_t kChunkLimit = 262144;
 
@@ -38,11 +38,22 @@ void require(bool good, const std::string& what) {
     exit(EXIT_FAILURE);
 }
 
-void copy(const std::string& from, const std::string& to) {
-    const unique_fd source(open(from.c_str(), O_RDONLY));
-    const unique_fd destination(open(to.c_str(), O_WRONLY | O_CREAT, 0666));
+struct Folders {
+    HeldDirectory source;
+    HeldDirectory target;
+};
+
+unique_fd open(const HeldDirectory& directory, const std::string& name, int flags) {
+    unique_fd file(openat(directory.descriptor(), name.c_str(), flags | O_NOFOLLOW, 0666));
+    require(file.ok(), name);
+    return file;
+}
+
+void copy(const Folders& folders, const std::string& from, const std::string& to) {
+    const unique_fd source = open(folders.source, from, O_RDONLY);
+    const unique_fd destination = open(folders.target, to, O_WRONLY | O_CREAT | O_EXCL);
     struct stat status = {};
-    require(fstat(source.get(), &status) == 0 && destination.ok(), to);
+    require(fstat(source.get(), &status) == 0, from);
     for (off_t offset = 0; offset < status.st_size;) {
         const off_t count = std::min(status.st_size - offset, kChunkLimit);
         const ssize_t sent =
@@ -53,41 +64,25 @@ void copy(const std::string& from, const std::string& to) {
 }
 
 // Answers are not used: a fresh move finds the base and nothing else.
-void look(const std::string& base, const std::string& stash, const std::string& intermediate,
-          const std::string& target) {
+void look(const Folders& folders, const std::string& base, const std::string& stash) {
     struct stat status = {};
     struct statvfs space = {};
-    (void)!access(stash.c_str(), F_OK);
-    (void)!access(base.c_str(), F_OK);
-    (void)!lstat(stash.c_str(), &status);
-    (void)!lstat(intermediate.c_str(), &status);
-    (void)unique_fd(open(intermediate.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666));
-    (void)!stat(base.c_str(), &status);
-    (void)!statvfs(target.c_str(), &space);
+    (void)!folders.target.look(stash, &status);
+    (void)!folders.source.look(base, &status);
+    (void)!fstatvfs(folders.target.descriptor(), &space);
 }
 
-struct Folders {
-    std::string source;
-    std::string target;
-    unique_fd sourceFd;
-    unique_fd targetFd;
-};
-
 void move(const Folders& folders, const std::string& name, bool looks) {
-    const std::string base = folders.source + "/" + name;
-    const std::string intermediate = folders.target + "/.ecryptfs_intermediate_" + name;
-    const std::string stash = folders.target + "/." + name;
-    const std::string target = folders.target + "/" + name;
-    if (looks) look(base, stash, intermediate, folders.target);
-    copy(base, intermediate);
-    require(rename(intermediate.c_str(), stash.c_str()) == 0, stash);
-    require(fsync(folders.targetFd.get()) == 0, folders.target);
-    struct stat status = {};
-    if (looks) require(lstat(base.c_str(), &status) == 0, base);
-    require(unlink(base.c_str()) == 0, base);
-    require(rename(stash.c_str(), target.c_str()) == 0, target);
-    require(fsync(folders.targetFd.get()) == 0, folders.target);
-    require(fsync(folders.sourceFd.get()) == 0, folders.source);
+    const std::string intermediate = ".ecryptfs_intermediate_" + name;
+    const std::string stash = "." + name;
+    if (looks) look(folders, name, stash);
+    copy(folders, name, intermediate);
+    require(folders.target.rename(intermediate, stash), stash);
+    require(folders.target.sync(), folders.target.path());
+    require(folders.source.remove(name), name);
+    require(folders.target.rename(stash, name), name);
+    require(folders.target.sync(), folders.target.path());
+    require(folders.source.sync(), folders.source.path());
 }
 
 }  // namespace
@@ -96,16 +91,12 @@ int main(int argc, char* argv[]) {
     errno = EINVAL;
     const bool looks = argc == 4 && std::string_view(argv[1]) == "looks";
     require(argc == 3 || looks, "usage: floor [looks] SOURCE TARGET");
-    const std::string source = argv[argc - 2];
-    const std::string target = argv[argc - 1];
-    const std::string list = process_file::pathIn(source);
+    const Folders folders = {HeldDirectory::openRoot(argv[argc - 2]),
+                             HeldDirectory::openRoot(argv[argc - 1])};
+    const std::string list = process_file::kName;
     std::vector<std::string> names;
-    require(process_file::load(list, &names), list);
-
-    const unique_fd record(open(list.c_str(), O_WRONLY));
-    const Folders folders = {source, target,
-                             unique_fd(open(source.c_str(), O_RDONLY | O_DIRECTORY)),
-                             unique_fd(open(target.c_str(), O_RDONLY | O_DIRECTORY))};
+    require(process_file::load(folders.source, &names), list);
+    const unique_fd record = open(folders.source, list, O_WRONLY);
     for (size_t i = 1; i < names.size(); ++i) {
         move(folders, names[i], looks);
         ProcessHeader header;
@@ -113,5 +104,5 @@ int main(int argc, char* argv[]) {
         require(pwrite(record.get(), &header, sizeof(header), 0) == sizeof(header), list);
         require(fsync(record.get()) == 0, list);
     }
-    require(unlink(list.c_str()) == 0, list);
+    require(folders.source.remove(list), list);
 }

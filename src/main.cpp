@@ -11,6 +11,7 @@
 #include "actions/scaner.h"
 #include "arguments.h"
 #include "debug_log.h"
+#include "files/descriptors.h"
 #include "platform/logging.h"
 #include "platform/properties.h"
 
@@ -54,6 +55,8 @@ bool run(int argc, char* argv[]) {
 
     Arguments arguments;
     if (!parseArguments(argc, argv, &arguments)) return false;
+    platform::moveAwayFromLog(&arguments.cmdFd);
+    platform::moveAwayFromLog(&arguments.statusFd);
     logBanner(arguments);
     return runAction(arguments);
 }
@@ -61,6 +64,8 @@ bool run(int argc, char* argv[]) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    files::openStandardDescriptors();
+    files::raiseDescriptorLimit();
     // A host that has gone away must not kill a move half-way; a status line that cannot be
     // written is reported where it is written.
     (void)std::signal(SIGPIPE, SIG_IGN);

@@ -1,11 +1,16 @@
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
+#include "actions/avail_space.h"
 #include "worker_fixture.h"
 
 namespace fs = std::filesystem;
 
 namespace {
+
+using ::testing::Contains;
 
 class Actions : public WorkerTest {};
 
@@ -45,23 +50,32 @@ TEST_F(Actions, ATreeGoesInAndComesBack) {
 
 // The host closes neither pipe, says "pause" in the middle of a file, and starts again.
 TEST_F(Actions, APauseStopsInsideAFileAndTheNextRunGoesOn) {
-    write(box / "big", "");
-    fs::resize_file(box / "big", 4ULL << 30);  // a hole: takes far longer to copy than to pause
+    write(box / "a/first", "x");
+    write(box / "a/big", "");
+    fs::resize_file(box / "a/big", 4ULL << 30);  // a hole: takes far longer to copy than to pause
+    makeTargetDirectories();
     ASSERT_EQ(run(0).exitStatus, 0);
+    const auto listWith = [](uint32_t done) {
+        return "unused.." + processFile({"first", "big"}, done).substr(8);
+    };
+    write(box / "a/.ecryptfs_process", listWith(0));
+    const android::base::unique_fd list(open((box / "a/.ecryptfs_process").c_str(), O_RDONLY));
     WorkerProcess worker(command(1));
-    worker.readLine();
+    EXPECT_EQ(worker.readLine(), "progress 6 1000");
+    EXPECT_NE(worker.readLine(), "");
     worker.send("pause\n");
     const RunResult paused = worker.finish();
     ASSERT_EQ(paused.exitStatus, 0);
-    EXPECT_EQ(paused.status.front(), "progress 262144 1000");
-    EXPECT_EQ(paused.status.back(), "paused");
+    EXPECT_THAT(paused.status, Contains("paused"));
+    EXPECT_EQ(paused.status.back(), "record_progress 6 1000");
     EXPECT_EQ(paused.log.back(), "I !!! encrypt paused !!!");
-    EXPECT_TRUE(filesIn(enc).empty());
-    EXPECT_EQ(read(box / ".ecryptfs_process"), processFile({"big"}));
+    EXPECT_EQ(filesIn(enc), (Files{{"a/first", "x"}}));
+    EXPECT_EQ(read("/proc/self/fd/" + std::to_string(list.get())), listWith(1)) << "in place";
+    EXPECT_FALSE(fs::exists(box / ".ecryptfs_process")) << "the rest is still looked at";
 
-    write(box / "big", "small by now");
+    write(box / "a/big", "small by now");
     EXPECT_EQ(run(1).exitStatus, 0);
-    EXPECT_EQ(filesIn(enc), (Files{{"big", "small by now"}}));
+    EXPECT_EQ(filesIn(enc), (Files{{"a/first", "x"}, {"a/big", "small by now"}}));
 }
 
 TEST_F(Actions, AHostThatHasGoneDoesNotStopTheMove) {
@@ -74,17 +88,16 @@ TEST_F(Actions, AHostThatHasGoneDoesNotStopTheMove) {
     EXPECT_EQ(filesIn(enc), before);
 }
 
-TEST_F(Actions, TheFirstFailureEndsTheRun) {
-    write(box / "a/b/fails", "x");
-    write(box / "a/stays", "x");
-    write(box / "stays", "x");
+TEST_F(Actions, AFailedRunTellsWhatItHasDoneAndGoesNoFurther) {
+    for (const char* name : {"a/b/done", "a/fails", "stays"}) write(box / name, "x");
     makeTargetDirectories();
+    fs::create_directory(enc / "a/fails");
     ASSERT_EQ(run(0).exitStatus, 0);
-    fs::remove(enc / "a/b");
     const RunResult result = run(1);
     EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.status, std::vector<std::string>{"error crypto -2"});
-    EXPECT_TRUE(filesIn(enc).empty());
+    EXPECT_THAT(result.status, Contains("error crypto -21"));
+    EXPECT_EQ(result.status.back(), "record_progress 11 1000");
+    EXPECT_TRUE(fs::exists(box / "stays"));
 }
 
 TEST_F(Actions, BothWalksListThePlainTree) {
@@ -95,6 +108,49 @@ TEST_F(Actions, BothWalksListThePlainTree) {
     fs::create_directory(box / "only here");
     EXPECT_EQ(run(2).exitStatus, 0);
     EXPECT_EQ(read(box / "only here/f"), "f");
+}
+
+// A link in the place of what it was made from.
+TEST_F(Actions, WhatBecameALinkIsRefusedByItsName) {
+    struct Case {
+        fs::path place;
+        int action;
+        std::vector<std::string> status;
+        const char* record;  ///< begins with this
+        bool isHard = false;
+    };
+    const Case cases[] = {
+        {box / "a/f", 1, {"error crypto -40"}, "E Fail to copyFile "},
+        {enc / "a", 2, {}, "E Failed to opendir "},
+        {enc / "a", 1, {"error crypto -20"}, "E Fail to create file "},
+        {box / "a/.ecryptfs_process", 1, {}, "E Fail to open file"},
+        {box / "a/.ecryptfs_process", 1, {}, "E Fail to open file", true},
+    };
+    for (const Case& c : cases) {
+        emptyTrees();
+        const fs::path source = c.action == 1 ? box : enc;
+        write(source / "a/f", "mine");
+        for (const fs::path& root : {box, enc}) fs::create_directories(root / "a");
+        ASSERT_EQ(run(0, source).exitStatus, 0);
+        fs::remove_all(folder / "aside");
+        fs::rename(c.place, folder / "aside");
+        if (c.isHard) {
+            fs::create_hard_link(folder / "aside", c.place);
+        } else {
+            fs::create_symlink(folder / "aside", c.place);
+        }
+        const RunResult result = run(c.action);
+        EXPECT_EQ(result.status, c.status) << c.place;
+        EXPECT_THAT(result.log, Contains(::testing::StartsWith(c.record))) << c.place;
+    }
+}
+
+TEST_F(Actions, WhatIsKeptForRootIsNotFree) {
+    struct statvfs now = {};
+    ASSERT_EQ(statvfs(box.c_str(), &now), 0);
+    // Others write to the disk meanwhile; a part kept for root is far larger.
+    EXPECT_NEAR(static_cast<double>(utils::GetAvailSpace(box)),
+                static_cast<double>(now.f_bavail) * static_cast<double>(now.f_bsize), 1e9);
 }
 
 /// box_enc is a file system of 6 MiB.
@@ -127,6 +183,8 @@ TEST_F(SmallTarget, HasRoomForAScanDownToTheReserve) {
     write(enc / "filler", std::string(1048577, 'x'));
     EXPECT_EQ(run(0, enc).status, std::vector<std::string>{"error nospace 5242880 5238784"});
     EXPECT_FALSE(fs::exists(enc / ".ecryptfs_process")) << "refused before the walk";
+    write(enc / "filler", std::string(524288 - 6, 'x'));
+    EXPECT_EQ(run(0, enc).status, std::vector<std::string>{"total_size 524288"}) << "just enough";
 }
 
 }  // namespace

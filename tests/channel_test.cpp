@@ -1,5 +1,7 @@
 #include "channel/communicator.h"
 
+#include <sys/ioctl.h>
+
 #include <thread>
 #include <tuple>
 
@@ -86,6 +88,9 @@ TEST(Communicator, MayBeDestroyedBeforeItsListenerStarts) {
                                       9);
             ASSERT_TRUE(communicator.init());
             communicator.writeMessagePipe("total_size 7");
+            int sent = 0;
+            ASSERT_EQ(ioctl(pipes.statusRead.get(), FIONREAD, &sent), 0);
+            EXPECT_EQ(sent, 13) << "a line may not wait for the next one";
         }
         ASSERT_TRUE(android::base::WriteStringToFd("pause\n", pipes.commandWrite));
         EXPECT_EQ(pipes.statusLines(), "total_size 7\n");

@@ -20,9 +20,10 @@ inline constexpr CryptWords kDecryptWords = {false, "decryptInternal ", 60, fals
                                              "!!! decrypt paused !!!"};
 
 /// Moves the files of the directory `root` + `relDir` of the plain tree and of all directories
-/// below it, each directory after those below it. Both directions list the plain tree. False after
-/// the first failure, which ends the walk and has been reported to the host; a pause and a
-/// directory that cannot be opened are no failures.
+/// below it, each directory after those below it. Both directions list the plain tree; each root is
+/// opened once, by its path, and everything below it through what is open. False after the first
+/// failure, which ends the walk and has been reported to the host; a pause and a directory that
+/// cannot be listed are no failures.
 [[nodiscard]] bool walkTree(Communicator& host, const std::string& root, const std::string& relDir,
                             const CryptWords& words);
 

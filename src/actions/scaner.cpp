@@ -31,7 +31,8 @@ bool Scaner::scan(int32_t cmdFd, int32_t statusFd, const std::string& path) {
                    << ", freeSize:" << scaner.freeSize;
         return false;
     }
-    const bool walked = scaner.scanInternal(path);
+    scaner.root = files::HeldDirectory::openRoot(path);
+    const bool walked = scaner.scanInternal("");
     if (scaner.isPaused()) {
         scaner.writeMessagePipe("paused");
         LOG(INFO) << "can paused !";

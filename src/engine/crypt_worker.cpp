@@ -1,18 +1,31 @@
 #include "engine/crypt_worker.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-
-#include <android-base/file.h>
+#include <utility>
 
 #include "debug_log.h"
 #include "records/process_file.h"
 
+using files::HeldDirectory;
+
 CryptWorker::CryptWorker(const std::string& root, const std::string& relative, bool encrypt)
-    : rootPath(root), relativePath(relative), isEncrypt(encrypt) {
+    : CryptWorker(root, relative, encrypt, HeldDirectory::openRoot(root).openBelow(relative),
+                  HeldDirectory::openRoot(root + "_enc").openBelow(relative)) {}
+
+// By value, since both are moved from.
+CryptWorker::CryptWorker(const std::string& root, const std::string& relative, bool encrypt,
+                         // cppcheck-suppress passedByValue
+                         HeldDirectory plain,
+                         // cppcheck-suppress passedByValue
+                         HeldDirectory encrypted)
+    : rootPath(root),
+      relativePath(relative),
+      isEncrypt(encrypt),
+      source(std::move(encrypt ? plain : encrypted)),
+      target(std::move(encrypt ? encrypted : plain)) {
     DEBUG_LOG() << "CryptWorker construct +++ : " << getSourcePath();
 }
 
@@ -20,8 +33,7 @@ CryptWorker::~CryptWorker() {
     DEBUG_LOG() << "CryptWorker destory file total: " << files.size();
     DEBUG_LOG() << "CryptWorker destory file index: " << fileIndex;
     if (fileIndex >= files.size()) {
-        // Not looked at: the list that stays says that there is nothing left to do.
-        (void)android::base::RemoveFileIfExists(processFile);
+        if (!processFile.empty()) process_file::remove(source);
         DEBUG_LOG() << "CryptWorker delete status file :" << processFile;
     }
     DEBUG_LOG() << "CryptWorker destory --- : " << getSourcePath();
@@ -35,14 +47,29 @@ std::string CryptWorker::getTargetPath() const {
     return rootPath + (isEncrypt ? "_enc" : "") + relativePath;
 }
 
+// A directory that could not be opened for a lack of something, or by a fault of the disk, holds a
+// list that was not seen: such a run must not end as if there were nothing to do.
+bool CryptWorker::loadProcessFile() {
+    const int error = source.error();
+    if (error != 0 && error != -ENOENT && error != -EACCES) {
+        errno = -error;
+        PLOG(ERROR) << "Failed to opendir " << source.path();
+        return error == -ENOTDIR;
+    }
+    if (process_file::load(source, &files)) return true;
+    if (errno == ELOOP) {
+        PLOG(ERROR) << "Fail to open file" << processFile;
+    } else {
+        PLOG(ERROR) << "Fail to read file " << processFile;
+    }
+    processFile.clear();  // not to be removed: it lists files that are still to be moved
+    return false;
+}
+
 bool CryptWorker::init() {
     LOG(INFO) << "CryptWorker init +++";
-    processFile = process_file::pathIn(getSourcePath());
-    if (!process_file::load(processFile, &files)) {
-        PLOG(ERROR) << "Fail to read file " << processFile;
-        processFile.clear();  // not to be removed: it lists files that are still to be moved
-        return false;
-    }
+    processFile = source.pathOf(process_file::kName);
+    if (!loadProcessFile()) return false;
     if (files.empty()) {
         LOG(INFO) << "CryptWorker empty files in : " << processFile;
         return true;
@@ -57,8 +84,7 @@ bool CryptWorker::init() {
     LOG(INFO) << "CryptWorker number: " << header.number;
     fileIndex = uint64_t{header.number} + 1;
 
-    processFd.reset(static_cast<int>(
-        TEMP_FAILURE_RETRY(open(processFile.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC))));
+    processFd = source.openForWriting(process_file::kName);
     if (!processFd.ok()) {
         PLOG(ERROR) << "Fail to open file" << processFile;
         return false;
@@ -74,7 +100,7 @@ bool CryptWorker::crypto(const ProgressCallback& progress, const PauseQuery& isP
         error = -EBADF;
         return false;
     }
-    FileMover mover(getSourcePath(), getTargetPath(), progress, isPaused, nospace);
+    FileMover mover(source, target, progress, isPaused, nospace);
     for (std::string name = nextEntry(); !name.empty() && !isPaused(); name = nextEntry()) {
         const FileMover::Result result = mover.move(name, error);
         if (result == FileMover::Result::kPaused) continue;

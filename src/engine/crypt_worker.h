@@ -7,6 +7,7 @@
 #include <android-base/unique_fd.h>
 
 #include "engine/file_mover.h"
+#include "files/held_directory.h"
 #include "records/process_header.h"
 
 /// Moves the files that one directory's process file lists from the source tree to the target
@@ -18,6 +19,12 @@ class CryptWorker {
     /// else "/" and a name for each level. `encrypt` selects the direction: out of the plain tree,
     /// or out of the encrypted tree beside it.
     CryptWorker(const std::string& root, const std::string& relative, bool encrypt);
+
+    /// The same with both directories already held: `plain` below `root`, `encrypted` below the
+    /// other root. The paths are then used in messages alone.
+    CryptWorker(const std::string& root, const std::string& relative, bool encrypt,
+                files::HeldDirectory plain, files::HeldDirectory encrypted);
+
     CryptWorker(const CryptWorker&) = delete;
     CryptWorker& operator=(const CryptWorker&) = delete;
 
@@ -31,8 +38,10 @@ class CryptWorker {
     [[nodiscard]] std::string getTargetPath() const;
 
     /// Loads the source directory's process file and positions at the first entry not yet done.
-    /// True when crypto may run, also when there is nothing to do. False, logged, when the file
-    /// cannot be read to its end, has no proper header or cannot be opened for writing.
+    /// True when crypto may run, also when there is nothing to do, as in a source that is not
+    /// there or no directory. False, logged, when the directory cannot be opened for another
+    /// reason, and when the file cannot be read to its end, has no proper header, is a link or
+    /// cannot be opened for writing.
     [[nodiscard]] bool init();
 
     /// Moves the remaining entries. True when none is left or the host paused the run; false, with
@@ -44,13 +53,16 @@ class CryptWorker {
                               int& error, const NoSpaceCallback& nospace);
 
   private:
+    [[nodiscard]] bool loadProcessFile();
     [[nodiscard]] std::string nextEntry() const;
     void recordEntry();
 
     std::string rootPath;
     std::string relativePath;
     bool isEncrypt;
-    std::string processFile;  ///< Path; empty until init, and after one that could not read it.
+    files::HeldDirectory source;  ///< Where files are moved out of.
+    files::HeldDirectory target;  ///< Where files are moved into.
+    std::string processFile;      ///< Path; empty until init, and after one that could not read it.
     android::base::unique_fd processFd;  ///< Open for writing after a successful init.
     uint64_t fileIndex = 0;              ///< Line of the next entry to deal with.
     std::vector<std::string> files;      ///< Lines of the process file; line 0 is the header.

@@ -1,78 +1,57 @@
 #include "engine/file_mover.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <fstream>
-
-#include <android-base/file.h>
+#include <utility>
 
 #include "actions/avail_space.h"
 #include "debug_log.h"
 
-using android::base::RemoveFileIfExists;
+using android::base::unique_fd;
+using files::HeldDirectory;
 
 /// The names that one file goes through.
-struct FileMover::Paths {
-    std::string base;          ///< The file to move.
+struct FileMover::Names {
+    std::string base;          ///< The file to move; also the name of the moved file.
     std::string intermediate;  ///< A copy in progress, never trusted.
     std::string stash;         ///< A complete copy that waits for its final name.
-    std::string target;        ///< The moved file.
+};
+
+/// What stands at a name. One look answers all questions about it.
+struct FileMover::Look {
+    int error = 0;  ///< 0, or the negated errno of the look
+    struct stat status = {};
+
+    Look(const HeldDirectory& directory, const std::string& name) {
+        if (!directory.look(name, &status)) error = -errno;
+    }
+    [[nodiscard]] bool isFile() const { return error == 0 && S_ISREG(status.st_mode); }
+    [[nodiscard]] bool isLink() const { return error == 0 && S_ISLNK(status.st_mode); }
+    /// Whether nothing stands there for certain. A disk error proves nothing, nor does a link in
+    /// place of the directory, and a file must not count as moved because of one.
+    [[nodiscard]] bool provesAbsence() const { return error == -ENOENT || error == -ENAMETOOLONG; }
 };
 
 namespace {
 
-mode_t modeOf(const std::string& path) {
-    struct stat status = {};
-    return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
-}
-
-// Returns 0 when something stands at `path`, else the negated errno of the look.
-int look(const std::string& path) { return access(path.c_str(), F_OK) == 0 ? 0 : -errno; }
-
-// The same, and stores what kind of thing it is.
-int look(const std::string& path, mode_t* mode) {
-    *mode = 0;
-    const int result = look(path);
-    if (result != 0) return result;
-    *mode = modeOf(path);
-    return *mode != 0 ? 0 : -errno;
-}
-
-// Whether a look that failed with `error` proves that nothing stands there. A disk error does not,
-// and a file must not count as moved because of one.
-bool provesAbsence(int error) {
-    return error == -ENOENT || error == -ENOTDIR || error == -ENAMETOOLONG || error == -ELOOP;
-}
-
-bool renameFile(const std::string& from, const std::string& to, int& error) {
-    DEBUG_LOG() << "rename file " << from << " to " << to;
-    if (rename(from.c_str(), to.c_str()) == 0) return true;
+bool syncDirectory(const HeldDirectory& directory, int& error) {
+    if (directory.sync()) return true;
     error = -errno;
-    PLOG(ERROR) << "Unable to rename " << from << " to " << to;
+    PLOG(ERROR) << "Unable to sync " << directory.path();
     return false;
-}
-
-bool syncDirectory(DirectorySync& directory, int& error) {
-    const int result = directory.sync();
-    if (result != 0) error = result;
-    return result == 0;
 }
 
 }  // namespace
 
-FileMover::FileMover(const std::string& sourceDirectory, const std::string& targetDirectory,
+FileMover::FileMover(const HeldDirectory& source, const HeldDirectory& target,
                      const ProgressCallback& progress, const PauseQuery& isPaused,
                      const NoSpaceCallback& nospace)
-    : sourceDirectory_(sourceDirectory),
-      targetDirectory_(targetDirectory),
+    : source_(source),
+      target_(target),
       progress_(progress),
       isPaused_(isPaused),
-      nospace_(nospace),
-      source_(sourceDirectory),
-      target_(targetDirectory) {}
+      nospace_(nospace) {}
 
 // Why no stop, kill or power cut loses a file: at every instant its bytes are whole under its
 // base, stash or target name, also on the disk.
@@ -92,33 +71,30 @@ FileMover::Result FileMover::move(const std::string& name, int& error) {
         error = -EINVAL;
         return Result::kFailed;
     }
-    const std::string intermediateName = ".ecryptfs_intermediate_" + name;
-    const Paths paths = {sourceDirectory_ + "/" + name, targetDirectory_ + "/" + intermediateName,
-                         targetDirectory_ + "/." + name, targetDirectory_ + "/" + name};
+    const Names names = {name, ".ecryptfs_intermediate_" + name, "." + name};
     DEBUG_LOG() << "CryptWorker baseFileNmae: " << name;
-    DEBUG_LOG() << "CryptWorker baseFilePath: " << paths.base;
-    DEBUG_LOG() << "CryptWorker stashFilePath: " << paths.stash;
-    DEBUG_LOG() << "CryptWorker intermediateNmae: " << intermediateName;
-    DEBUG_LOG() << "CryptWorker intermediateFilePath: " << paths.intermediate;
+    DEBUG_LOG() << "CryptWorker baseFilePath: " << source_.pathOf(name);
+    DEBUG_LOG() << "CryptWorker stashFilePath: " << target_.pathOf(names.stash);
+    DEBUG_LOG() << "CryptWorker intermediateNmae: " << names.intermediate;
+    DEBUG_LOG() << "CryptWorker intermediateFilePath: " << target_.pathOf(names.intermediate);
 
+    const Look stash(target_, names.stash);
+    const Look base(source_, names.base);
     // Only a regular file is a copy that an earlier run completed. Taking a directory or a link of
     // that name for one would delete the only copy of the file.
-    mode_t stashMode = 0;
-    const int stashLook = look(paths.stash, &stashMode);
-    if (stashLook == 0 && S_ISREG(stashMode)) {
-        LOG(INFO) << "stash file exists:" << paths.stash;
-        return commit(paths, error);
+    if (stash.isFile()) {
+        LOG(INFO) << "stash file exists:" << target_.pathOf(names.stash);
+        return commit(names, base, error);
     }
-    const int baseLook = look(paths.base);
-    if (baseLook == 0) {
-        const Result result = transfer(paths, error);
-        return result == Result::kDone ? commit(paths, error) : result;
+    if (base.error == 0) {
+        const Result result = transfer(names, base, stash, error);
+        return result == Result::kDone ? commit(names, base, error) : result;
     }
-    errno = -baseLook;
-    PLOG(ERROR) << "base file is not exists:" << paths.base;
-    for (const int lookError : {stashLook, baseLook}) {
-        if (lookError == 0 || provesAbsence(lookError)) continue;
-        error = lookError;
+    errno = -base.error;
+    PLOG(ERROR) << "base file is not exists:" << source_.pathOf(names.base);
+    for (const Look* const look : {&stash, &base}) {
+        if (look->error == 0 || look->provesAbsence()) continue;
+        error = look->error;
         return Result::kFailed;
     }
     return Result::kDone;
@@ -131,58 +107,52 @@ bool FileMover::syncNames(int& error) {
     return syncDirectory(target_, error) && syncDirectory(source_, error);
 }
 
-FileMover::Result FileMover::transfer(const Paths& paths, int& error) {
-    if (!createIntermediate(paths, error) || !checkBase(paths, error) || !copy(paths, error)) {
+FileMover::Result FileMover::transfer(const Names& names, const Look& base, const Look& stash,
+                                      int& error) {
+    unique_fd intermediate = createIntermediate(names, stash, error);
+    if (!intermediate.ok() || !checkBase(names, base, error) ||
+        !copy(names, std::move(intermediate), error)) {
         return Result::kFailed;
     }
     if (isPaused_()) {
         LOG(INFO) << "!!! crypto paused !!!";
-        DEBUG_LOG() << "remove file: " << paths.intermediate;
-        (void)RemoveFileIfExists(paths.intermediate);  // the next run removes what stays
+        DEBUG_LOG() << "remove file: " << target_.pathOf(names.intermediate);
+        (void)target_.remove(names.intermediate);  // the next run removes what stays
         return Result::kPaused;
     }
-    return renameFile(paths.intermediate, paths.stash, error) ? Result::kDone : Result::kFailed;
+    return renameInTarget(names.intermediate, names.stash, error) ? Result::kDone : Result::kFailed;
 }
 
-FileMover::Result FileMover::commit(const Paths& paths, int& error) {
+FileMover::Result FileMover::commit(const Names& names, const Look& base, int& error) {
     if (!syncDirectory(target_, error)) return Result::kFailed;
-    DEBUG_LOG() << "remove file " << paths.base;
-    (void)RemoveFileIfExists(paths.base);  // a base that cannot be deleted is one copy too many
-    return renameFile(paths.stash, paths.target, error) ? Result::kDone : Result::kFailed;
-}
-
-bool FileMover::createIntermediate(const Paths& paths, int& error) {
-    (void)RemoveFileIfExists(paths.stash);  // the rename onto what stays tells
-    const bool removed = RemoveFileIfExists(paths.intermediate);
-    DEBUG_LOG() << "create file: " << paths.intermediate;
-    // What is in the way and cannot be removed makes the open fail, or is an earlier copy and is
-    // emptied. But opening a pipe would wait for ever, and a link or device leads elsewhere.
-    const mode_t mode = removed ? 0 : modeOf(paths.intermediate);
-    bool created = false;
-    if (mode == 0 || S_ISREG(mode) || S_ISDIR(mode)) {
-        created = std::ofstream(paths.intermediate).is_open();
-    } else {
-        errno = EEXIST;
+    DEBUG_LOG() << "remove file " << source_.pathOf(names.base);
+    if (base.isFile() || base.isLink()) {
+        (void)source_.remove(names.base);  // a base that cannot be deleted is one copy too many
     }
-    if (created) return true;
-    error = -errno;
-    PLOG(ERROR) << "Fail to create file " << paths.intermediate;
-    return false;
+    return renameInTarget(names.stash, names.base, error) ? Result::kDone : Result::kFailed;
 }
 
-bool FileMover::checkBase(const Paths& paths, int& error) {
-    struct stat status = {};
-    // Not looked at: a file that cannot be measured counts as 0 bytes here, and the copy tells.
-    (void)stat(paths.base.c_str(), &status);
-    if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
-        // It was a file when it was listed. Opening a pipe would wait for ever, and what a device
-        // gives is not its own.
-        LOG(ERROR) << "Not a file any more: " << paths.base;
+unique_fd FileMover::createIntermediate(const Names& names, const Look& stash, int& error) {
+    if (stash.isLink()) (void)target_.remove(names.stash);  // the rename onto what stays tells
+    DEBUG_LOG() << "create file: " << target_.pathOf(names.intermediate);
+    unique_fd intermediate = target_.createFile(names.intermediate, 0666);
+    if (!intermediate.ok()) {
+        error = -errno;
+        PLOG(ERROR) << "Fail to create file " << target_.pathOf(names.intermediate);
+    }
+    return intermediate;
+}
+
+bool FileMover::checkBase(const Names& names, const Look& base, int& error) {
+    const mode_t mode = base.status.st_mode;
+    if (S_ISFIFO(mode) || S_ISCHR(mode) || S_ISBLK(mode)) {
+        // It was a file when it was listed, and what a device gives is not its own.
+        LOG(ERROR) << "Not a file any more: " << source_.pathOf(names.base);
         error = -EINVAL;
         return false;
     }
-    const uint64_t size = static_cast<uint64_t>(status.st_size);
-    const uint64_t free = utils::GetAvailSpace(targetDirectory_);
+    const uint64_t size = static_cast<uint64_t>(base.status.st_size);
+    const uint64_t free = utils::GetAvailSpace(target_);
     DEBUG_LOG() << "CryptWorker file size: " << size << " freeSize: " << free;
     if (free >= size) return true;
     LOG(ERROR) << "Free space not enough, need size: " << size << ", freeSize:" << free;
@@ -191,15 +161,25 @@ bool FileMover::checkBase(const Paths& paths, int& error) {
     return false;
 }
 
-bool FileMover::copy(const Paths& paths, int& error) {
-    DEBUG_LOG() << "copy file " << paths.base << " to " << paths.intermediate;
+bool FileMover::copy(const Names& names, unique_fd intermediate, int& error) {
+    const FileArgument base(source_, names.base);
+    const auto copyPath = [&] { return target_.pathOf(names.intermediate); };
+    DEBUG_LOG() << "copy file " << base.path() << " to " << copyPath();
     int syncError = 0;
-    const int result = copyFile(paths.base, paths.intermediate, progress_, isPaused_, &syncError);
+    const int result = copyFile(base, std::move(intermediate), progress_, isPaused_, &syncError);
     // A copy that did not reach the disk is no copy, unless this destination cannot be synced.
     if (result == 0 && (syncError == 0 || syncError == -EINVAL)) return true;
     if (result == 0) errno = -syncError;
-    PLOG(ERROR) << "Fail to copyFile " << paths.base << " to " << paths.intermediate;
-    (void)RemoveFileIfExists(paths.intermediate);  // the next run removes what stays
+    PLOG(ERROR) << "Fail to copyFile " << base.path() << " to " << copyPath();
+    (void)target_.remove(names.intermediate);  // the next run removes what stays
     error = result == 0 ? syncError : -errno;
+    return false;
+}
+
+bool FileMover::renameInTarget(const std::string& from, const std::string& to, int& error) {
+    DEBUG_LOG() << "rename file " << target_.pathOf(from) << " to " << target_.pathOf(to);
+    if (target_.rename(from, to)) return true;
+    error = -errno;
+    PLOG(ERROR) << "Unable to rename " << target_.pathOf(from) << " to " << target_.pathOf(to);
     return false;
 }

@@ -4,20 +4,20 @@
 #include <string>
 
 #include "engine/copy_file.h"
-#include "engine/directory_sync.h"
+#include "files/held_directory.h"
 
 /// Told (bytes needed, bytes free) when a file does not fit.
 using NoSpaceCallback = std::function<void(unsigned long, unsigned long)>;
 
 /// Moves single files of one source directory into one target directory, so that a move stopped
-/// at any point is finished by asking for the same name again. The callbacks must outlive the
-/// object. For one thread.
+/// at any point is finished by asking for the same name again. The directories and callbacks must
+/// outlive the object. For one thread.
 class FileMover {
   public:
     enum class Result { kDone, kPaused, kFailed };
 
     /// `progress` and `nospace` may be empty, `isPaused` must not.
-    FileMover(const std::string& sourceDirectory, const std::string& targetDirectory,
+    FileMover(const files::HeldDirectory& source, const files::HeldDirectory& target,
               const ProgressCallback& progress, const PauseQuery& isPaused,
               const NoSpaceCallback& nospace);
 
@@ -30,19 +30,19 @@ class FileMover {
     [[nodiscard]] bool syncNames(int& error);
 
   private:
-    struct Paths;
+    struct Names;
+    struct Look;
 
-    Result transfer(const Paths& paths, int& error);
-    Result commit(const Paths& paths, int& error);
-    bool createIntermediate(const Paths& paths, int& error);
-    bool checkBase(const Paths& paths, int& error);
-    bool copy(const Paths& paths, int& error);
+    Result transfer(const Names& names, const Look& base, const Look& stash, int& error);
+    Result commit(const Names& names, const Look& base, int& error);
+    android::base::unique_fd createIntermediate(const Names& names, const Look& stash, int& error);
+    bool checkBase(const Names& names, const Look& base, int& error);
+    bool copy(const Names& names, android::base::unique_fd intermediate, int& error);
+    bool renameInTarget(const std::string& from, const std::string& to, int& error);
 
-    std::string sourceDirectory_;
-    std::string targetDirectory_;
+    const files::HeldDirectory& source_;
+    const files::HeldDirectory& target_;
     const ProgressCallback& progress_;
     const PauseQuery& isPaused_;
     const NoSpaceCallback& nospace_;
-    DirectorySync source_;
-    DirectorySync target_;
 };

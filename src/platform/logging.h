@@ -8,4 +8,8 @@ namespace platform {
 /// the time of the call. Call once, before any second thread exists.
 void initLogging(char* argv[]);
 
+/// Gives the pipe another descriptor, close on exec, where `*pipe` is the one that the log goes to;
+/// from then on the log goes nowhere. What cannot be moved stays, and is found unusable later.
+void moveAwayFromLog(int* pipe);
+
 }  // namespace platform

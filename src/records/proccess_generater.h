@@ -4,11 +4,14 @@
 
 #include <android-base/unique_fd.h>
 
+#include "files/held_directory.h"
+
 /// Writes the process file of one directory: the header by init, then one entry per pushNewFile.
 /// The file is synced after the header and when the writer is destroyed. For one thread.
 class ProccessGenerater {
   public:
-    explicit ProccessGenerater(const std::string& directory);
+    /// `directory` must outlive the writer.
+    explicit ProccessGenerater(const files::HeldDirectory& directory);
     ProccessGenerater(const ProccessGenerater&) = delete;
     ProccessGenerater& operator=(const ProccessGenerater&) = delete;
     ~ProccessGenerater();
@@ -22,6 +25,6 @@ class ProccessGenerater {
     [[nodiscard]] bool pushNewFile(const std::string& name);
 
   private:
-    std::string directory_;
+    const files::HeldDirectory& directory_;
     android::base::unique_fd fd_;
 };
