@@ -12,7 +12,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const TemporaryDir directory;
     const std::string content(reinterpret_cast<const char*>(data), size);
-    const std::string path = process_file::pathIn(directory.path);
+    const std::string path = std::string(directory.path) + "/" + process_file::kName;
     if (!android::base::WriteStringToFile(content, path)) abort();
     const bool accepted = CryptWorker(directory.path, "", true).init();
     const bool properHeader = content.substr(0, content.find('\n')).size() == sizeof(ProcessHeader);
