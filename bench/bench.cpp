@@ -103,11 +103,20 @@ void makeTree(const fs::path& root, int fileCount, size_t fileSize) {
     (void)syncfs(directory.get());
 }
 
+// What people move has not just been written: its bytes are on the disk alone.
+void forgetContents(const fs::path& root) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(root)) {
+        const unique_fd file(open(entry.path().c_str(), O_RDONLY));
+        if (posix_fadvise(file.get(), 0, 0, POSIX_FADV_DONTNEED) != 0) fail(entry.path());
+    }
+}
+
 struct Tree {
     std::string name;
     fs::path root;
     int fileCount;
     size_t fileSize;
+    bool cold = false;  // not in the page cache
 };
 
 struct Rival {
@@ -120,6 +129,7 @@ Usage timeSide(const Tree& tree, const Rival& rival, bool isWorker) {
     makeTree(tree.root, tree.fileCount, tree.fileSize);
     Usage scan;
     if (isWorker || rival.needsScan) scan = runWorker(kScan, tree.root);
+    if (tree.cold) forgetContents(tree.root);
     std::vector<std::string> command = rival.command;
     command.insert(command.end(), {tree.root, encrypted(tree.root)});
     Usage usage = isWorker ? runWorker(kEncrypt, tree.root) : run(command);
@@ -155,7 +165,7 @@ void comparePair(benchmark::State& state, const Tree& tree, const Rival& rival) 
 void markDone(const fs::path& root, int fileCount) {
     ProcessHeader header;
     header.number = static_cast<uint32_t>(fileCount);
-    const unique_fd list(open(process_file::pathIn(root).c_str(), O_WRONLY));
+    const unique_fd list(open((root / process_file::kName).c_str(), O_WRONLY));
     if (!process_file::writeHeader(header, list)) fail(root);
 }
 
@@ -189,6 +199,8 @@ void addBenchmarks(const fs::path& memory, const fs::path& disk) {
         {"4 KiB x 1000 on disk", disk / "tree", 1000, 4096},
         {"1 GiB in memory", memory / "tree", 1, 1 << 30},
         {"512 MiB on disk", disk / "tree", 1, 1 << 29},
+        {"512 MiB on disk, cold", disk / "tree", 1, 1 << 29, true},
+        {"256 KiB x 400 on disk, cold", disk / "tree", 400, 1 << 18, true},
     };
     const std::string floor = programBeside("floor");
     const std::vector<Rival> rivals = {
@@ -199,6 +211,8 @@ void addBenchmarks(const fs::path& memory, const fs::path& disk) {
     };
     for (const Tree& tree : trees) {
         for (const Rival& rival : rivals) {
+            // The floors do not read ahead, and cold they would show the disk alone.
+            if (tree.cold && rival.needsScan) continue;
             benchmark::RegisterBenchmark(
                 (tree.name + "/" + rival.name).c_str(),
                 [=](benchmark::State& state) { comparePair(state, tree, rival); })

@@ -2,6 +2,7 @@
 set terminal svg size 900,420 font "sans,13" background "white"
 set output "plot.svg"
 set datafile separator "\t"
+set datafile missing "none"  # a rival that this tree is not set beside
 set style data histogram
 set style histogram clustered gap 1
 set style fill solid 0.85 border -1
