@@ -1,17 +1,28 @@
-#include <fcntl.h>
+#include <linux/close_range.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <system_error>
+#include <vector>
 
+#include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include "job.h"
-#include "job_end.h"
+#include "ask/check.h"
+#include "ask/status.h"
+#include "end/job_end.h"
+#include "files/descriptors.h"
+#include "job/job.h"
+#include "mend/forget.h"
+#include "mend/repair.h"
+#include "tree/roots.h"
 
 namespace {
 
@@ -23,6 +34,8 @@ struct Arguments {
     host::Report::Style style;
     host::JobOptions job;
     std::string directory;
+    bool confirmed = false;  ///< forget: what is given up
+    bool asItIs = false;     ///< repair: what it costs
 };
 
 /// Beside this executable, or under libexec of its own installation.
@@ -37,82 +50,140 @@ std::string findWorker() {
                  "The worker VaultMover was not found; name it with --worker.");
 }
 
+/// The end of a command that has said everything to people by then.
+void endQuietly(host::Report& report) {
+    if (report.forPrograms()) report.end(true, {{"result", "done"}, {"exit_status", 0}}, "");
+}
+
 void runCommand(const std::string& name, Arguments& arguments, host::Report& report) {
     const host::Tree tree = host::resolveTree(arguments.directory);
-    if (name == "status") return showStatus(tree, report);
+    // It is named in commands that may be pasted elsewhere.
+    std::string& given = arguments.job.givenWorker;
+    if (!given.empty()) given = std::filesystem::absolute(given).lexically_normal().string();
+    if (name == "status") {
+        showStatus(tree, given, report);
+        return endQuietly(report);
+    }
+    if (name == "repair") {
+        repairJob(tree, arguments.asItIs, given, report);
+        return endQuietly(report);
+    }
+    if (name == "forget") {
+        forgetJob(tree, arguments.confirmed, given, report);
+        return endQuietly(report);
+    }
     if (name == "check") {
         if (!checkJob(tree, arguments.job, report)) {
             throw JobEnd(ExitStatus::kRefused, "The job would be refused for the reasons above.");
         }
-        return;
+        return endQuietly(report);
     }
     std::string& worker = arguments.job.worker;
-    if (worker.empty()) worker = findWorker();
+    worker = given.empty() ? findWorker() : given;
     if (access(worker.c_str(), X_OK) != 0) {
-        throw JobEnd(ExitStatus::kRefused, worker + " is no worker that can be started.");
+        throw JobEnd(ExitStatus::kRefused,
+                     host::printable(worker) + " is no worker that can be started.");
     }
     runJob(tree, arguments.job, report);
 }
 
-int end(host::Report& report, ExitStatus status, const std::string& text) {
+ExitStatus end(host::Report& report, ExitStatus status, const std::string& text) {
     const char* const result = status == ExitStatus::kRefused  ? "refused"
                                : status == ExitStatus::kPaused ? "paused"
+                               : status == ExitStatus::kUsage  ? "usage"
                                                                : "failed";
-    report.problem(
-        "end", {{"result", result}, {"exit_status", static_cast<int>(status)}, {"message", text}},
-        text);
-    return static_cast<int>(status);
+    report.end(false,
+               {{"result", result}, {"exit_status", static_cast<int>(status)}, {"message", text}},
+               text);
+    return status;
 }
 
-/// A descriptor below 3 that was closed would be given to a pipe, and then redirected away.
-void openStandardDescriptors() {
-    while (true) {
-        const int descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
-        if (descriptor > STDERR_FILENO || descriptor < 0) {
-            if (descriptor >= 0) close(descriptor);
-            return;
-        }
-    }
-}
+/// What this process was given beside its input and outputs is not the worker's, which may outlive
+/// it. A kernel that cannot do this leaves them open.
+void keepInheritedDescriptors() { (void)close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC); }
 
 /// The command line: what it offers, and what it was given.
 class CommandLine {
   public:
     explicit CommandLine(Arguments& arguments) : arguments_(arguments) {
         app_.set_version_flag("--version", "vaultctl " VAULTCTL_VERSION);
-        app_.require_subcommand(1);
+        app_.require_subcommand(0, 1);
         app_.fallthrough();
-        app_.add_option("--worker", arguments.job.worker, "path of the worker VaultMover");
+        app_.add_option("--worker", arguments.job.givenWorker, "path of the worker VaultMover")
+            ->check([](const std::string& path) {
+                return path.empty() || path.front() == '-' ? "'" + path + "' names no worker" : "";
+            });
         app_.add_flag("-v,--verbose", arguments.style.verbose,
                       "show the worker's log and status lines as it runs");
         app_.add_flag("-q,--quiet", arguments.style.quiet, "say only what went wrong");
         app_.add_flag("--json", arguments.style.json, "one JSON object per line and event");
         app_.footer(
-            "Exit status: 0 done, 1 failed, 2 refused or wrong usage, 3 paused.\n"
+            "Exit status: 0 done, 1 failed, 2 refused, 3 paused, 64 wrong usage,\n"
+            "74 done but the output could not be written.\n"
             "Ctrl-C pauses; a second one ends the worker at once, which is safe.");
         addJob(app_, "encrypt", "move DIR's files into DIR_enc", Direction::kEncrypt);
         addJob(app_, "decrypt", "move the files back into DIR", Direction::kDecrypt);
         CLI::App& check = *app_.add_subcommand("check", "only look: what a job would do");
-        check.require_subcommand(1);
+        check.require_subcommand(0, 1);
         addJob(check, "encrypt", "look at the way in", Direction::kEncrypt);
         addJob(check, "decrypt", "look at the way back", Direction::kDecrypt);
+        CLI::App& repair = *app_.add_subcommand("repair", "mend what a damaged job has left");
+        repair.add_flag("--as-it-is", arguments.asItIs,
+                        "take changed files as they are, give up what has gone or is not known");
+        addDirectory(repair);
+        CLI::App& forget =
+            *app_.add_subcommand("forget", "close a job that could not put everything back");
+        forget.add_flag("--yes", arguments.confirmed, "give up what it names");
+        addDirectory(forget);
         addDirectory(*app_.add_subcommand("status", "which job, how far, and what to do next"));
     }
 
-    /// The exit status when there is nothing more to do (help, wrong usage).
-    std::optional<int> parse(int argc, char** argv) {
+    /// The exit status when there is nothing more to do (help, version). Throws JobEnd (usage).
+    std::optional<ExitStatus> parse(const std::vector<std::string>& words) {
         try {
-            app_.parse(argc, argv);
+            // CLI11 would take the next word for the value, whatever it is.
+            if (contains(words, "--worker="))
+                throw CLI::ValidationError("--worker= names no worker");
+            app_.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+            if (app_.get_subcommands().empty() || needsDirection()) throw CLI::ParseError("", 1);
         } catch (const CLI::ParseError& error) {
-            return app_.exit(error) == 0 ? 0 : static_cast<int>(ExitStatus::kRefused);
+            if (error.get_exit_code() != 0) throw JobEnd(ExitStatus::kUsage, usageFault(error));
+            std::ostringstream text;
+            (void)app_.exit(error, text);  // the code, which is 0
+            const bool written = std::fputs(text.str().c_str(), stdout) >= 0 && fflush(stdout) == 0;
+            return written ? ExitStatus::kDone : ExitStatus::kOutput;
         }
         return std::nullopt;
     }
     [[nodiscard]] std::string command() const { return app_.get_subcommands().front()->get_name(); }
 
+    /// Whether an option stands before "--".
+    static bool contains(const std::vector<std::string>& words, const std::string& option) {
+        const auto end = std::find(words.begin(), words.end(), "--");
+        return std::find(words.begin(), end, option) != end;
+    }
+
   private:
     void addDirectory(CLI::App& command) {
-        command.add_option("DIR", arguments_.directory, "the plain directory")->required();
+        command.add_option("DIR", arguments_.directory, "the plain directory")
+            ->required()
+            ->check(
+                [](const std::string& path) { return path.empty() ? "must not be empty" : ""; });
+    }
+    [[nodiscard]] bool needsDirection() const {
+        const CLI::App& check = *app_.get_subcommand("check");
+        return check.parsed() && check.get_subcommands().empty();
+    }
+    [[nodiscard]] std::string usageFault(const CLI::ParseError& error) const {
+        std::string fault = error.what();
+        if (!fault.empty()) fault += "\n";
+        if (needsDirection()) {
+            fault += "Say which way to look: vaultctl check encrypt DIR, or check decrypt DIR.\n";
+        } else if (app_.get_subcommands().empty() && error.get_name() != "ValidationError") {
+            fault +=
+                "Say what to do: vaultctl encrypt, decrypt, check, status, repair or forget.\n";
+        }
+        return fault + "vaultctl --help tells more.";
     }
     void addJob(CLI::App& parent, const std::string& name, const std::string& description,
                 Direction direction) {
@@ -131,31 +202,39 @@ class CommandLine {
         "A move that was stopped in any way carries on when it is started again."};
 };
 
-int vaultctl(int argc, char** argv) {
+ExitStatus run(const std::vector<std::string>& words) {
     Arguments arguments;
     CommandLine commandLine(arguments);
-    if (const auto status = commandLine.parse(argc, argv)) return *status;
-    host::Report report(arguments.style);
+    // Wrong usage is told to programs too.
+    std::optional<host::Report> report(
+        std::in_place, host::Report::Style{.json = CommandLine::contains(words, "--json")});
     try {
-        runCommand(commandLine.command(), arguments, report);
+        if (const auto status = commandLine.parse(words)) return *status;
+        report.emplace(arguments.style);
+        runCommand(commandLine.command(), arguments, *report);
     } catch (const JobEnd& jobEnd) {
-        return end(report, jobEnd.status(), jobEnd.what());
+        return end(*report, jobEnd.status(), jobEnd.what());
     } catch (const std::exception& error) {
         return end(
-            report, ExitStatus::kFailed,
+            *report, ExitStatus::kFailed,
             std::string(error.what()) + ". No file is lost; put that right and run this again.");
     }
-    return static_cast<int>(ExitStatus::kDone);
+    if (report->outputError() == 0) return ExitStatus::kDone;
+    (void)fmt::print(stderr, "Done, but the output could not be written: {}\n",
+                     std::generic_category().message(report->outputError()));
+    return ExitStatus::kOutput;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    openStandardDescriptors();
+    files::openStandardDescriptors();
+    keepInheritedDescriptors();
+    files::raiseDescriptorLimit();
     // The worker inherits it: a file is nobody else's to read before its own mode is put back.
     umask(077);
     try {
-        return vaultctl(argc, argv);
+        return static_cast<int>(run(std::vector<std::string>(argv + 1, argv + argc)));
     } catch (const std::exception& error) {
         (void)std::fputs(error.what(), stderr);  // There is nobody else to tell.
         return static_cast<int>(ExitStatus::kFailed);

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -15,11 +16,35 @@
 
 namespace fs = std::filesystem;
 
+namespace {
+
+/// Every event and member stands in the table of the manual.
+void expectDocumented(const nlohmann::json& event) {
+    static const std::string manual = [] {
+        std::ifstream file(VAULTCTL_MANUAL);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    }();
+    const std::string word = event.at("event");
+    const size_t row = manual.find(android::base::StringPrintf("\n%s;T{", word.c_str()));
+    ASSERT_NE(row, std::string::npos) << event;
+    const std::string members = manual.substr(row, manual.find("\nT}", row) - row);
+    for (const auto& [name, value] : event.items()) {
+        const std::string member = name.ends_with("_hex") ? name.substr(0, name.size() - 4) : name;
+        if (member == "event") continue;
+        EXPECT_THAT(members + " ", ::testing::ContainsRegex(android::base::StringPrintf(
+                                       "[ \n]%s[^a-z_]", member.c_str())))
+            << event;
+    }
+}
+
+}  // namespace
+
 std::vector<nlohmann::json> Ended::events(const std::string& name) const {
     std::vector<nlohmann::json> events;
     std::istringstream stream(output);
     for (std::string line; std::getline(stream, line);) {
         const nlohmann::json event = nlohmann::json::parse(line);
+        expectDocumented(event);
         if (event.at("event") == name) events.push_back(event);
     }
     return events;
@@ -41,13 +66,17 @@ void Vaultctl::type(char key) const { ASSERT_EQ(write(terminal.get(), &key, 1), 
 
 Ended Vaultctl::finish() {
     Ended ended;
-    char bytes[4096];
-    // A pseudo-terminal ends with an error when the last process on it has gone.
-    for (ssize_t count = 0; (count = ::read(terminal.get(), bytes, sizeof bytes)) > 0;) {
-        ended.output.append(bytes, static_cast<size_t>(count));
-    }
+    const auto readAll = [&] {
+        char bytes[4096];
+        // A pseudo-terminal ends with an error when the last process on it has gone.
+        for (ssize_t count = 0; (count = ::read(terminal.get(), bytes, sizeof bytes)) > 0;) {
+            ended.output.append(bytes, static_cast<size_t>(count));
+        }
+    };
+    readAll();
     int status = 0;
     EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    readAll();  // the last lines may arrive behind that error
     ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     return ended;
 }

@@ -70,6 +70,8 @@ TEST_F(HostTest, WhatCannotMoveIsRefusedBeforeAnythingMoves) {
         {"other-kind-on-target", {"box/N/f", "box_enc/N"}},
         {"unfinished-move", {"box/a/.ecryptfs_process"}},
         {"unfinished-move", {"box/a/f", "box_enc/a/.ecryptfs_process"}},
+        {"unfinished-inside", {"box/a/.ecryptfs_job"}},
+        {"unfinished-inside", {"box/a/f", "box_enc/a/.ecryptfs_mark"}},
         {"no-space", {"box/huge"}},
         {"on-target", {"box/N", "box_enc/N"}},
     };
@@ -85,11 +87,93 @@ TEST_F(HostTest, WhatCannotMoveIsRefusedBeforeAnythingMoves) {
     EXPECT_EQ(run("encrypt --replace").status, 0);
     EXPECT_EQ(read(enc / "N"), "box/N");
 
-    const Ended plain = Vaultctl("'" VAULTCTL_COMMAND "' encrypt " + box.string()).finish();
-    EXPECT_EQ(plain.status, 2);
-    EXPECT_TRUE(plain.says("not on an eCryptfs mount")) << plain.output;
+    fs::remove_all(box);
+    write(enc / "line\nfeed", "");
+    EXPECT_EQ(run("decrypt").status, 2);
+    EXPECT_FALSE(fs::exists(box)) << "a refused way back makes nothing";
+    fs::create_directory(box);
     fs::remove_all(enc);
     expectRefusal("target-missing");
+    write(folder / ".ecryptfs_job", "");
+    fs::create_directory(enc);
+    expectRefusal("unfinished-above");
+    EXPECT_EQ(Vaultctl("'" VAULTCTL_COMMAND "' status " + box.string() + "x").finish().status, 2);
+}
+
+TEST_F(HostTest, TreesThatOverlapAreRefused) {
+    write(box / "in/file", "file");
+    fs::remove(enc);
+    for (const fs::path& place : {box, box / "in"}) {
+        fs::create_directory_symlink(place, enc);
+        const Snapshot before = snapshot(box);
+        EXPECT_EQ(run("check encrypt --replace").status, 2);
+        EXPECT_EQ(run("encrypt --replace").status, 2);
+        EXPECT_EQ(snapshot(box), before);
+        fs::remove(enc);
+    }
+}
+
+TEST_F(HostTest, AWorkerRunsHoweverVaultctlWasStarted) {
+    const fs::path worker = folder / "worker";
+    write(worker, "#!/bin/sh\n[ ! -e /proc/$$/fd/9 ] && exec " WORKER_COMMAND " \"$@\"\n");
+    fs::permissions(worker, fs::perms::owner_all);
+    write(box / "file", "file");
+    const Ended ended = Vaultctl("env --ignore-signal=CHLD " +
+                                 command("encrypt --worker " + worker.string()) + " 9</dev/null")
+                            .finish();
+    EXPECT_EQ(ended.status, 0) << ended.output;
+}
+
+/// One command each on a tree of two files of three bytes: exit status, and part of what it says.
+TEST_F(HostTest, OneCommandSaysWhatHappenedAndWhatToDo) {
+    const std::string inBox = box.string() + "/";
+    const std::string failing = "[ $2 = 0 ] && exec '" WORKER_COMMAND "' \"$@\"\n";
+    const struct {
+        std::string words;
+        int status;
+        std::string text;         ///< nothing: it says nothing at all
+        std::string worker = "";  ///< shell script
+    } cases[] = {
+        {"", 64, "Say what to do: "},
+        {"check box", 64, "Say which way to look: "},
+        {"encrypt ''", 64, "DIR: must not be empty"},
+        {"encrypt --worker= --allow-plain box", 64, "--worker= names no worker"},
+        {"encrypt box --worker --json", 64, R"("exit_status":64)"},
+        {"encrypt box", 2, "not on an eCryptfs mount, nothing would be encrypted"},
+        {"encrypt --replace \"a'\\$b\"", 2, "`vaultctl encrypt --replace '" + folder.string()},
+        {"encrypt --replace \"a'\\$b\"", 2, R"(/a'\''$b'` again)"},
+        {"encrypt \"$(printf 'a\\n\\377')\"", 2, R"(/a\x0a\xff_enc is missing)"},
+        {"encrypt \"$(printf 'a\\n\\377')\"", 2, R"(/a\012\377'` again)"},
+        {"check encrypt --json \"$(printf 'a\\377')\"", 2, R"(61ff5f656e63","reason)"},
+        {"check encrypt --allow-plain box", 0, "2 files (6 bytes, the largest 3 bytes)"},
+        {"status box >/dev/full", 74, "could not be written: No space left"},
+        {"encrypt --allow-plain box >/dev/full", 74, "could not be written: No space left"},
+        {"encrypt --allow-plain -q box", 0, ""},
+        {"encrypt --allow-plain box", 0, "#]  6 bytes of 6 bytes  2 of 2 files"},
+        {"encrypt --allow-plain --worker ./worker box", 1, "was ended by signal 9", "kill -9 $$"},
+        {"encrypt --allow-plain --worker ./worker box", 1,
+         "could not move " + inBox + "d/e/n: Permission denied",
+         failing + "echo error crypto -13 >/dev/fd/$5; exit 1"},
+        {"encrypt --allow-plain --worker ./worker box", 1,
+         (folder / "worker ").string() + box.string() + "` again", failing + "kill -9 $$"},
+    };
+    for (const auto& [words, status, text, worker] : cases) {
+        SCOPED_TRACE(words);
+        emptyTrees();
+        write(box / "d/e/n", "abc");
+        write(box / "o", "def");
+        for (const char* const name : {"a'$b", "a\n\xff"}) fs::create_directory(folder / name);
+        write(folder / "worker", "#!/bin/sh\n" + worker + "\n");
+        fs::permissions(folder / "worker", fs::perms::owner_all);
+        const Ended ended =
+            Vaultctl("env -C " + folder.string() + " '" VAULTCTL_COMMAND "' " + words).finish();
+        EXPECT_EQ(ended.status, status) << ended.output;
+        EXPECT_TRUE(text.empty() ? ended.output.empty() : ended.says(text)) << ended.output;
+        if (words.find("--json") != std::string::npos) {
+            EXPECT_EQ(ended.events("end").size(), 1U);
+        }
+    }
+    EXPECT_TRUE(run("status").says("Nobody is at work on it: `vaultctl encrypt --allow-plain /"));
 }
 
 TEST_F(HostTest, AUserWhoCannotReadOrRemoveIsRefused) {

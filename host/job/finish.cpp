@@ -1,0 +1,103 @@
+#include "job/finish.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "end/job_end.h"
+#include "job/evidence.h"
+#include "job/restore.h"
+#include "say/command_text.h"
+#include "say/text.h"
+#include "tree/durable.h"
+#include "tree/names.h"
+#include "tree/walk.h"
+
+namespace host {
+namespace {
+
+std::vector<std::string> regularFilesIn(const files::HeldDirectory& root) {
+    std::vector<std::string> files;
+    walkTree(root, [&](const Visit& visit) {
+        for (const Entry& entry : visit.entries) {
+            if (entry.type == DT_REG && !entry.name.starts_with(names::kOwnPrefix)) {
+                files.push_back(visit.directory.pathOf(entry.name));
+            }
+        }
+    });
+    return files;
+}
+
+void throwIfStopped(const JobContext& job) {
+    if (!job.stops.take()) return;
+    throw JobEnd(ExitStatus::kPaused,
+                 fmt::format("Stopped while owners, permissions and times are put back; all files "
+                             "have been moved. {} carries on.",
+                             job.command()));
+}
+
+/// From here on the person knows what came of the job, so that its traces may go.
+void close(const JobContext& job, JobRecord& record) {
+    record.state = JobState::kClosing;
+    storeRecord(job.held.plain, record);
+}
+
+void restore(const JobContext& job, JobRecord& record) {
+    if (!record.metadata) return close(job, record);
+    Manifest manifest = openManifest(job.held, record);
+    record.state = JobState::kRestoring;
+    storeRecord(job.held.plain, record);
+    const Restored restored =
+        restoreMetadata(manifest, job.source(), job.target(), [&job] { throwIfStopped(job); });
+    // Modes and times, and the deletion of the lists, must be on the disks before the manifest
+    // goes. Of everything, because a sync of a stacked file system alone does not reach the one
+    // below it; but that one reports nothing. A file system that has met a failing write refuses
+    // every later sync, so the roots' own tell.
+    sync();
+    syncDirectory(job.target());
+    syncDirectory(job.source());
+    reportRestored(restored, job.report);
+    if (restored.complete()) return close(job, record);
+    throw JobEnd(ExitStatus::kFailed,
+                 fmt::format("The move is over, but not everything is as it should be: look at "
+                             "what is named above. Once that is put right, {} tries again; "
+                             "{} takes up files that are on no list any more, and {} closes the "
+                             "job as it is.",
+                             job.command(), commandFor("repair", job.tree.plain),
+                             commandFor("forget", job.tree.plain)));
+}
+
+}  // namespace
+
+void finishJob(const JobContext& job, JobRecord& record) {
+    if (record.state != JobState::kClosing) restore(job, record);
+    const std::vector<std::string> left = regularFilesIn(job.source());
+    if (!left.empty()) {
+        job.report.problem("left", {{"paths", left}},
+                           fmt::format("{} still in the source:{}", counted(left.size(), "file"),
+                                       nameLines(left)));
+    }
+    removeEvidence(job.held);
+    putBackRootTimes(job.held, record);
+    const std::string target = printable(job.target().path());
+    if (!left.empty()) {
+        throw JobEnd(ExitStatus::kFailed,
+                     fmt::format("{} moved to {}, but those named above have come meanwhile or "
+                                 "could not be deleted; {} moves them.",
+                                 counted(record.files, "file"), target, job.command()));
+    }
+    const char* const metadata =
+        record.metadata ? ", with the owners, permissions and times they had."
+                        : ". What owners, permissions and times they had is not known any more.";
+    job.report.end(
+        true,
+        {{"result", "done"}, {"exit_status", 0}, {"files", record.files}, {"bytes", record.size()}},
+        fmt::format("Done: {} ({}) moved to {}{}", counted(record.files, "file"),
+                    formatBytes(record.size()), target, metadata));
+}
+
+}  // namespace host

@@ -1,0 +1,133 @@
+#include "job/job.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <optional>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "end/job_end.h"
+#include "end/throw_errno.h"
+#include "job/evidence.h"
+#include "job/finish.h"
+#include "job/hold.h"
+#include "job/job_context.h"
+#include "job/move.h"
+#include "job/pair.h"
+#include "job/preparation.h"
+#include "job/resume_check.h"
+#include "say/command_text.h"
+#include "tree/durable.h"
+#include "tree/target_directories.h"
+#include "worker/lists.h"
+
+using files::HeldDirectory;
+
+namespace host {
+namespace {
+
+/// Why a kill at any instant is recoverable. Until the record says "moving" nothing has left the
+/// source, and whatever there is (directories in the target, lists, a manifest) is thrown away or
+/// made again. Before it says so, everything a resume depends on is on the disk: the directories,
+/// the manifest, the lists in a safe order, the mark. While it says so the lists are never written
+/// anew by a scan, since the worker's place in them is what finds a file that is under way. It
+/// says "restoring" only when no list is left, and "closing" only when all is put back and the
+/// person has been told what came of it. Then the manifest goes before the mark and the mark before
+/// the record, so what is found after a kill is never less than what is still to be done.
+class Job {
+  public:
+    explicit Job(const JobContext& context) : job_(context) {}
+
+    void run(const std::optional<JobRecord>& found) {
+        if (found && found->state != JobState::kPreparing) {
+            resume(*found);
+        } else {
+            record_ = prepareJob(job_, found);
+        }
+        if (record_.state == JobState::kMoving) moveFiles(job_, record_, resumed_);
+        finishJob(job_, record_);
+    }
+
+  private:
+    void resume(const JobRecord& record) {
+        if (record.direction != job_.options.direction) {
+            throw JobEnd(
+                ExitStatus::kRefused,
+                fmt::format("An unfinished {} holds this tree. Nothing was touched; "
+                            "finish it with {} first.",
+                            toWord(record.direction),
+                            commandFor(record.direction, job_.tree.plain, job_.options.named())));
+        }
+        record_ = record;
+        if (record.state == JobState::kRestoring && !countPending(job_.source()).lists.empty()) {
+            // A directory that somebody had taken away is back, with its list.
+            record_.state = JobState::kMoving;
+        }
+        if (record_.state == JobState::kMoving) {
+            // A directory that was removed meanwhile would be passed over.
+            const auto stopCheck = [this] { throwIfStopped(); };
+            makeTargetDirectories(job_.source(), job_.target(), stopCheck);
+            makeListsSafe(job_.source(), job_.target(), stopCheck);
+            refuseWhatDoesNotFit(job_, record);
+        }
+        resumed_ = true;
+    }
+
+    void throwIfStopped() const {
+        if (!job_.stops.take()) return;
+        throw JobEnd(ExitStatus::kPaused,
+                     "Paused before the next file; " + job_.command() + " carries on.");
+    }
+
+    JobContext job_;
+    JobRecord record_;
+    bool resumed_ = false;
+};
+
+/// The way back into a directory that was removed. Its place is looked at before it is made, so
+/// that a refused job makes nothing.
+void makePlainRoot(const JobContext& job, HeldTree& held, TreeLock& lock) {
+    refuseWhatCannotMove(job);
+    // It gets the owner and mode of the other root before the first file arrives.
+    if (mkdir(job.tree.plain.c_str(), 0700) != 0) throwErrno("cannot create " + job.tree.plain);
+    syncDirectory(HeldDirectory::openRoot(job.tree.plain + "/.."));
+    held.plain = HeldDirectory::openRoot(job.tree.plain);
+    throwIfError(held.plain.error(), "cannot open " + job.tree.plain);
+    if (lock.lockPlain(held.plain)) return;
+    throw JobEnd(ExitStatus::kRefused, explainHolder(held, Holder::kHost, std::nullopt));
+}
+
+void run(const Tree& tree, const JobOptions& options, StopSignals& stops, Report& report) {
+    HeldTree held(tree);
+    refuseOverlap(held);
+    TreeLock lock = lockTree(held);
+    const Pair pair = lookAtPair(held, options.givenWorker);
+    if (!pair.obstacle.empty()) throw JobEnd(ExitStatus::kRefused, pair.obstacle);
+    const JobContext job{tree, held, options, lock, stops, report};
+    if (!held.plain.isOpen()) {
+        if (held.plain.error() != -ENOENT || options.direction == Direction::kEncrypt) {
+            throw JobEnd(ExitStatus::kRefused,
+                         printable(tree.plain) + " is no directory. Nothing was touched.");
+        }
+        makePlainRoot(job, held, lock);
+    }
+    Job(job).run(pair.record);
+}
+
+}  // namespace
+
+void runJob(const Tree& tree, const JobOptions& options, Report& report) {
+    StopSignals stops;
+    try {
+        run(tree, options, stops, report);
+    } catch (const std::system_error& error) {
+        throw JobEnd(
+            ExitStatus::kFailed,
+            fmt::format("It stopped: {}. No file is lost; put that right and run {} again.",
+                        error.what(), commandFor(options.direction, tree.plain, options.named())));
+    }
+}
+
+}  // namespace host

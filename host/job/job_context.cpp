@@ -1,0 +1,58 @@
+#include "job/job_context.h"
+
+#include <system_error>
+
+#include "end/job_end.h"
+#include "say/command_text.h"
+
+namespace host {
+namespace {
+
+void noteWorker(const files::HeldDirectory& plain, JobRecord& record, pid_t worker) {
+    record.worker = worker;
+    try {
+        storeRecord(plain, record);
+    } catch (const std::system_error&) {
+        // The number is only for messages, and the worker is running: go on with the old one.
+    }
+}
+
+}  // namespace
+
+std::string JobContext::command() const {
+    return commandFor(options.direction, tree.plain, options.named());
+}
+
+void JobContext::throwIfStopped() const {
+    if (stops.take()) {
+        throw JobEnd(ExitStatus::kPaused,
+                     "Stopped before anything was moved; " + command() + " begins again.");
+    }
+}
+
+WorkerOutcome JobContext::callWorker(Action action, JobRecord& record, uint64_t base,
+                                     const std::function<void(uint64_t)>& progress) const {
+    const WorkerCall call{.executable = options.worker,
+                          .action = action,
+                          .root = action == Action::kScan ? source().path() : tree.plain,
+                          .baseSize = base,
+                          .totalSize = record.bytes,
+                          .locks = lock.inherited()};
+    const auto stopping = [this](bool atOnce) {
+        report.say("stopping", {{"at_once", atOnce}},
+                   atOnce ? "Ending the worker at once."
+                          : "Pausing; once more ends the worker at once, which is safe.");
+    };
+    const auto suspended = [this] {
+        report.say("suspended", nlohmann::json::object(),
+                   "Stopped; the worker goes on moving files. `fg` shows its progress again.");
+    };
+    return runWorker(call, stops,
+                     {.started = [&](pid_t worker) { noteWorker(held.plain, record, worker); },
+                      .progress = progress,
+                      .log = [this](const std::string& line) { report.workerLog(line); },
+                      .stopping = stopping,
+                      .suspended = suspended});
+}
+
+}  // namespace host

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "job/job_record.h"
+#include "say/progress.h"
+#include "worker/lists.h"
+
+namespace host {
+
+/// Where a job stands that has `pending` still to do.
+[[nodiscard]] Progress progressOf(const JobRecord& record, const Pending& pending);
+
+}  // namespace host

@@ -1,0 +1,152 @@
+#include "job/survey.h"
+
+#include <cerrno>
+#include <optional>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "end/throw_errno.h"
+#include "tree/descent.h"
+#include "tree/same_bytes.h"
+#include "worker/lists.h"
+
+using files::HeldDirectory;
+
+namespace host {
+namespace {
+
+/// What is found under a name.
+struct Found {
+    bool there = false;
+    struct stat status {};
+};
+
+Found lookAt(const HeldDirectory& directory, const std::string& name) {
+    Found found;
+    found.there = directory.look(name, &found.status);
+    if (!found.there && errno != ENOENT) throwErrno("cannot look at " + directory.pathOf(name));
+    return found;
+}
+
+bool hasItsSize(const Found& found, const Metadata& metadata) {
+    return found.there && S_ISREG(found.status.st_mode) &&
+           static_cast<uint64_t>(found.status.st_size) == metadata.size;
+}
+
+bool isAsItWas(const Found& found, const Metadata& metadata) {
+    return hasItsSize(found, metadata) && found.status.st_mtim.tv_sec == metadata.modified.tv_sec &&
+           found.status.st_mtim.tv_nsec == metadata.modified.tv_nsec;
+}
+
+/// The files of one directory.
+class Judge {
+  public:
+    Judge(SurveyedDirectory& directory, bool replace) : at_(directory), replace_(replace) {
+        for (const SurveyedFile& file : at_.files) known_[file.name] = &file.metadata;
+    }
+
+    void judge(SurveyedFile& file) {
+        const auto source = lookAt(at_.source, file.name);
+        const auto target =
+            isCopyOfAnother(file, source.there) ? Found() : lookAt(at_.target, file.name);
+        const std::string dotted = "." + file.name;
+        const auto copy = isMovedFile(dotted) ? Found() : lookAt(at_.target, dotted);
+        file.inSource = source.there;
+        if (!file.listed && hasItsSize(target, file.metadata)) {
+            file.fate = Fate::kArrived;
+        } else if (source.there) {
+            file.fate =
+                fateInSource(file, isAsItWas(source, file.metadata), copy.there, target.there);
+        } else if (copy.there) {
+            file.fate = fateOfCopy(file, hasItsSize(copy, file.metadata), target.there);
+        } else {
+            file.fate = hasItsSize(target, file.metadata) ? Fate::kArrived : Fate::kGone;
+        }
+    }
+
+  private:
+    /// A user's own file .N, which leaves the source only after N has been dealt with.
+    bool isMovedFile(const std::string& dotted) {
+        return known_.contains(dotted) && !lookAt(at_.source, dotted).there;
+    }
+
+    /// What stands under the name of a user's own file .N while that is still in the source is the
+    /// copy of N, as long as N has not arrived.
+    bool isCopyOfAnother(const SurveyedFile& file, bool inSource) {
+        if (!inSource || file.name.front() != '.') return false;
+        const std::string base = file.name.substr(1);
+        const auto found = known_.find(base);
+        if (found == known_.end()) return false;
+        return file.listed || !hasItsSize(lookAt(at_.target, base), *found->second);
+    }
+
+    Fate fateInSource(const SurveyedFile& file, bool asItWas, bool hasCopy, bool nameTaken) {
+        if (!asItWas) return Fate::kChanged;
+        // The worker would delete the source for this copy.
+        if (hasCopy) {
+            const bool same = sameBytes(at_.source, file.name, at_.target, "." + file.name);
+            return same ? Fate::kWaits : Fate::kDottedInWay;
+        }
+        // The same bytes are a file that could not be deleted here after it had arrived there.
+        const bool taken =
+            nameTaken && !replace_ && !sameBytes(at_.source, file.name, at_.target, file.name);
+        return taken ? Fate::kNameTaken : Fate::kWaits;
+    }
+
+    Fate fateOfCopy(const SurveyedFile& file, bool complete, bool nameTaken) {
+        if (!complete) return Fate::kDottedInWay;
+        const bool taken = nameTaken && !replace_ &&
+                           !sameBytes(at_.target, "." + file.name, at_.target, file.name);
+        return taken ? Fate::kNameTaken : Fate::kWaits;
+    }
+
+    SurveyedDirectory& at_;
+    bool replace_;
+    std::unordered_map<std::string, const Metadata*> known_;
+};
+
+/// Compares the list with the files that the manifest names.
+void takeList(SurveyedDirectory& directory) {
+    std::unordered_set<std::string> listed;
+    try {
+        const ProcessFile list = loadProcessFile(directory.source);
+        for (size_t i = list.number; i < list.entries.size(); ++i) listed.insert(list.entries[i]);
+    } catch (const ListDamaged&) {
+        directory.listDamaged = true;
+    }
+    for (SurveyedFile& file : directory.files) file.listed = listed.erase(file.name) == 1;
+    directory.unknown.assign(listed.begin(), listed.end());
+}
+
+}  // namespace
+
+void survey(Manifest& manifest, const HeldDirectory& source, const HeldDirectory& target,
+            bool replace, const std::function<void(const SurveyedDirectory&)>& each) {
+    Descent sources(source);
+    Descent targets(target);
+    std::optional<Metadata> directory;
+    std::vector<SurveyedFile> files;
+    const auto lookAtFiles = [&] {
+        if (!directory) return;
+        const HeldDirectory from = sources.open(directory->relative);
+        const HeldDirectory to = targets.open(directory->relative);
+        SurveyedDirectory surveyed{*directory, from, to, std::exchange(files, {}), {}, false};
+        if (from.isOpen()) takeList(surveyed);
+        Judge judge(surveyed, replace);
+        for (SurveyedFile& file : surveyed.files) judge.judge(file);
+        each(surveyed);
+    };
+    manifest.forEach([&](const Metadata& metadata) {
+        if (metadata.directory) {
+            lookAtFiles();
+            directory = metadata;
+        } else {
+            const std::string name = metadata.relative.substr(metadata.relative.rfind('/') + 1);
+            files.push_back({.metadata = metadata, .name = name});
+        }
+    });
+    lookAtFiles();
+}
+
+}  // namespace host

@@ -1,0 +1,292 @@
+#include "look/preflight.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "look/owners.h"
+#include "tree/descent.h"
+#include "tree/file_system.h"
+#include "tree/lock.h"
+#include "tree/names.h"
+#include "tree/overlap.h"
+#include "tree/same_bytes.h"
+#include "tree/walk.h"
+
+using files::HeldDirectory;
+
+namespace host {
+namespace {
+
+/// With a dot in front these are names of the worker's or the host's own files.
+constexpr std::array<std::string_view, 5> kReservedNames = {
+    names::kProcessFile.substr(1), names::kIntermediatePrefix.substr(1),
+    names::kJobRecord.substr(1), names::kMark.substr(1), names::kManifest.substr(1)};
+
+bool isReserved(std::string_view name) {
+    return std::any_of(kReservedNames.begin(), kReservedNames.end(),
+                       [name](std::string_view reserved) { return name.starts_with(reserved); });
+}
+
+/// Whether this user may list and change what is in it.
+bool isUsable(const HeldDirectory& directory) {
+    return faccessat(directory.descriptor(), ".", R_OK | W_OK | X_OK, 0) == 0;
+}
+
+/// Whether it is a root of an unfinished job, or of one that is at work before its first trace.
+bool holdsJob(const HeldDirectory& directory) {
+    struct stat status {};
+    return directory.isOpen() && (directory.look(std::string(names::kJobRecord), &status) ||
+                                  directory.look(std::string(names::kMark), &status) ||
+                                  lookAtLock(directory) != Holder::kNobody);
+}
+
+/// One look at a tree; what it meets goes into `result`.
+class Inspector {
+  public:
+    Inspector(const HeldTree& tree, Direction direction, const PreflightOptions& options,
+              std::optional<Direction> abandoned)
+        : source_(tree.source(direction)),
+          target_(tree.target(direction)),
+          targets_(target_),
+          options_(options),
+          abandonedLists_(abandoned ? &tree.source(*abandoned) : nullptr) {}
+
+    Preflight run(const HeldTree& tree, const std::function<void()>& betweenDirectories) {
+        lookAtRoots(tree);
+        if (!source_.isOpen()) return std::move(result_);
+        walkTree(
+            source_,
+            [&](const Visit& visit) {
+                betweenDirectories();
+                lookAtDirectory(visit);
+            },
+            [&](const std::string& relative, int) {
+                found(Finding::kDirectoryUnusable, source_.path() + relative);
+            });
+        lookAtSpace();
+        return std::move(result_);
+    }
+
+  private:
+    /// A directory of the source and its twin in the target, which may be missing.
+    struct Pair {
+        const HeldDirectory& source;
+        const HeldDirectory& target;
+    };
+
+    void found(Finding finding, const std::string& path) {
+        result_.findings[finding].push_back(path);
+    }
+
+    void lookAtRoots(const HeldTree& tree) {
+        if (!tree.encrypted.isOpen()) {
+            found(Finding::kTargetMissing, tree.encrypted.path());
+        } else if (!isOnEcryptfs(tree.encrypted) && !options_.allowPlain) {
+            found(Finding::kTargetPlain, tree.encrypted.path());
+        }
+        if (!tree.plain.isOpen() && &source_ == &tree.plain) {
+            found(Finding::kSourceMissing, source_.path());
+        }
+        visitAbove(source_, [this](const HeldDirectory& above) { lookAbove(above); });
+        // They lie side by side, but for a link or a mount.
+        if (!result_.refused()) {
+            visitAbove(target_, [this](const HeldDirectory& above) { lookAbove(above); });
+        }
+        struct statvfs limits {};
+        if (fstatvfs(target_.descriptor(), &limits) == 0) longestName_ = limits.f_namemax;
+    }
+
+    /// A job there has lists of all that lies below it.
+    void lookAbove(const HeldDirectory& above) {
+        if (holdsJob(above)) found(Finding::kUnfinishedAbove, above.path());
+    }
+
+    /// A directory below one of the roots, which a mount can make a part of both.
+    void lookAtPlace(const HeldDirectory& directory) {
+        if (isSame(directory, source_) || isSame(directory, target_)) {
+            found(Finding::kInBothTrees, directory.path());
+        } else if (holdsJob(directory)) {
+            found(Finding::kUnfinishedInside, directory.path());
+        }
+    }
+
+    void lookAtDirectory(const Visit& visit) {
+        const HeldDirectory target = targets_.open(visit.relative);
+        if (!visit.relative.empty()) {
+            if (isSame(visit.directory, target)) {
+                return found(Finding::kInBothTrees, visit.directory.path());
+            }
+            lookAtPlace(visit.directory);
+            lookAtPlace(target);
+        }
+        const Pair pair{.source = visit.directory, .target = target};
+        struct stat status {};
+        if (fstat(visit.directory.descriptor(), &status) != 0 || !isUsable(visit.directory)) {
+            found(Finding::kDirectoryUnusable, visit.directory.path());
+        } else {
+            lookAtOwner(status, visit.directory.path());
+        }
+        lookAtTypes(visit.entries, visit.directory.path());
+        lookAtTargetDirectory(visit.relative);
+        for (const Entry& entry : visit.entries) {
+            const std::string path = visit.directory.pathOf(entry.name);
+            if (entry.type == DT_UNKNOWN) continue;
+            if (entry.name.starts_with(names::kOwnPrefix)) {
+                lookAtOwnName(entry, path, visit.relative.empty());
+            } else if (entry.type == DT_DIR) {
+                lookAtSubdirectory(entry.name, pair);
+            } else if (entry.type == DT_REG) {
+                lookAtFile(entry.name, pair);
+            } else {
+                found(entry.type == DT_LNK ? Finding::kSymbolicLink : Finding::kSpecialFile, path);
+            }
+        }
+    }
+
+    /// One entry without a type stands for the whole file system.
+    void lookAtTypes(const std::vector<Entry>& entries, const std::string& directory) {
+        const bool untyped = std::any_of(entries.begin(), entries.end(), [](const Entry& entry) {
+            return entry.type == DT_UNKNOWN;
+        });
+        if (untyped && !result_.findings.contains(Finding::kNoEntryTypes)) {
+            found(Finding::kNoEntryTypes, directory);
+        }
+    }
+
+    /// What the file system finds under this name; 0 for nothing.
+    static mode_t kindAt(const HeldDirectory& directory, const std::string& name) {
+        struct stat status {};
+        return directory.look(name, &status) ? status.st_mode : 0;
+    }
+
+    void lookAtTargetDirectory(const std::string& relative) {
+        HeldDirectory directory = targets_.open(relative);
+        // What stands there instead is told with the directory above it.
+        if (directory.error() == -ENOENT || directory.error() == -ENOTDIR) return;
+        if (!directory.isOpen() || !isUsable(directory)) {
+            found(Finding::kDirectoryUnusable, directory.path());
+            return;
+        }
+        lookAtTypes(listDirectory(directory), directory.path());
+        // A list on this side belongs to a job of the other direction.
+        const std::string list(names::kProcessFile);
+        if (kindAt(directory, list) != 0 && abandonedLists_ != &target_)
+            found(Finding::kForeignList, directory.pathOf(list));
+    }
+
+    void lookAtOwnName(const Entry& entry, const std::string& path, bool inRoot) {
+        const std::string_view name = entry.name;
+        const bool ofAJob = name.starts_with(names::kJobRecord) || name.starts_with(names::kMark);
+        if (name == names::kProcessFile) {
+            if (abandonedLists_ != &source_) found(Finding::kForeignList, path);
+        } else if (!ofAJob && !(inRoot && name.starts_with(names::kManifest))) {
+            found(Finding::kOwnName, path);
+        }
+    }
+
+    void lookAtSubdirectory(const std::string& name, const Pair& pair) {
+        if (name.size() > longestName_) {
+            found(Finding::kNameTooLong, pair.source.pathOf(name));
+        }
+        const mode_t kind = kindAt(pair.target, name);
+        if (kind != 0 && !S_ISDIR(kind)) {
+            found(Finding::kOtherKindOnTarget, pair.target.pathOf(name));
+        }
+    }
+
+    void lookAtFile(const std::string& name, const Pair& pair) {
+        const std::string path = pair.source.pathOf(name);
+        lookAtName(name, path, pair.target.path());
+        const std::string dotted = "." + name;
+        if (S_ISDIR(kindAt(pair.source, dotted))) found(Finding::kDottedDirectory, path);
+        if (kindAt(pair.target, dotted) != 0) found(Finding::kDottedOnTarget, path);
+        const mode_t kind = kindAt(pair.target, name);
+        if (S_ISDIR(kind)) {
+            found(Finding::kOtherKindOnTarget, pair.target.pathOf(name));
+        } else if (kind != 0 && !options_.replace &&
+                   // The same bytes are a file that could not be deleted here after it had arrived
+                   // there: it is moved once more.
+                   !isTwin(name, pair)) {
+            found(Finding::kSameNameOnTarget, pair.target.pathOf(name));
+        }
+        lookAtContent(name, pair.source);
+    }
+
+    static bool isTwin(const std::string& name, const Pair& pair) {
+        try {
+            return sameBytes(pair.source, name, pair.target, name);
+        } catch (const std::system_error&) {
+            return false;  // Whether it is cannot be known.
+        }
+    }
+
+    void lookAtName(const std::string& name, const std::string& path,
+                    const std::string& targetDirectory) {
+        if (name.find('\n') != std::string::npos) found(Finding::kNewline, path);
+        const size_t moving = names::kIntermediatePrefix.size() + name.size();
+        if (moving > longestName_) found(Finding::kNameTooLong, path);
+        if (targetDirectory.size() + 1 + moving >= PATH_MAX) found(Finding::kPathTooLong, path);
+        if (isReserved(name)) found(Finding::kReservedName, path);
+    }
+
+    void lookAtContent(const std::string& name, const HeldDirectory& directory) {
+        const std::string path = directory.pathOf(name);
+        struct stat status {};
+        if (!directory.look(name, &status) ||
+            faccessat(directory.descriptor(), name.c_str(), R_OK, AT_SYMLINK_NOFOLLOW) != 0) {
+            found(Finding::kUnreadable, path);
+            return;
+        }
+        lookAtOwner(status, path);
+        if (status.st_nlink > 1) found(Finding::kHardLink, path);
+        const auto size = static_cast<uint64_t>(status.st_size);
+        ++result_.files;
+        result_.bytes += size;
+        result_.largest = std::max(result_.largest, size);
+    }
+
+    void lookAtOwner(const struct stat& status, const std::string& path) {
+        if (!owners_.canBePutBack(status)) found(Finding::kOwner, path);
+    }
+
+    void lookAtSpace() {
+        const uint64_t needed = result_.largest + names::kSpaceReserve;
+        // The scan asks for it on its own side.
+        if (needed > freeBytes(source_)) found(Finding::kNoSpace, source_.path());
+        if (result_.files == 0 || !target_.isOpen()) return;
+        const uint64_t free = freeBytes(target_);
+        if (needed > free) {
+            found(Finding::kNoSpace, target_.path());
+        } else if (result_.bytes > free && !onOneFileSystem(source_, target_)) {
+            found(Finding::kMaybeNoSpace, target_.path());
+        }
+    }
+
+    const HeldDirectory& source_;
+    const HeldDirectory& target_;
+    Descent targets_;
+    const PreflightOptions& options_;
+    const HeldDirectory* abandonedLists_;  ///< the root of the tree they lie in, or null
+    Owners owners_;
+    size_t longestName_ = NAME_MAX;
+    Preflight result_;
+};
+
+}  // namespace
+
+Preflight inspect(const HeldTree& tree, Direction direction, const PreflightOptions& options,
+                  std::optional<Direction> abandoned,
+                  const std::function<void()>& betweenDirectories) {
+    return Inspector(tree, direction, options, abandoned).run(tree, betweenDirectories);
+}
+
+}  // namespace host

@@ -1,0 +1,26 @@
+#include "say/command_text.h"
+
+#include <fmt/format.h>
+
+#include "say/text.h"
+
+namespace host {
+
+std::string commandFor(Direction direction, const std::string& plain,
+                       const CommandOptions& options) {
+    std::string words(toWord(direction));
+    if (options.allowPlain) words += " --allow-plain";
+    if (options.replace) words += " --replace";
+    if (!options.worker.empty()) words += " --worker " + shellWord(options.worker);
+    return commandFor(words, plain);
+}
+
+std::string commandFor(std::string_view command, const std::string& plain) {
+    return fmt::format("`vaultctl {} {}`", command, shellWord(plain));
+}
+
+std::string withArticle(Direction direction) {
+    return fmt::format("{} {}", direction == Direction::kEncrypt ? "an" : "a", toWord(direction));
+}
+
+}  // namespace host

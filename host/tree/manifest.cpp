@@ -1,0 +1,150 @@
+#include "tree/manifest.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <android-base/strings.h>
+#include <fmt/format.h>
+
+#include "end/job_end.h"
+#include "end/throw_errno.h"
+#include "files/durable_file.h"
+#include "files/line_buffer.h"
+#include "tree/manifest_line.h"
+#include "tree/names.h"
+#include "tree/walk.h"
+
+using files::HeldDirectory;
+
+namespace host {
+namespace {
+
+constexpr std::string_view kFirstWords = "vaultctl-manifest 1";
+
+std::string firstLine(const ManifestHeader& header) {
+    return fmt::format("{} {} {}\n", kFirstWords, header.job, toWord(header.direction));
+}
+
+bool decodeFirstLine(std::string_view line, ManifestHeader* header) {
+    const std::vector<std::string> words =
+        android::base::Split(std::string(line.substr(0, line.size() - 1)), " ");
+    if (words.size() != 4) return false;
+    const std::optional<Direction> direction = directionOf(words[3]);
+    *header = {.job = words[2], .direction = direction.value_or(Direction::kEncrypt)};
+    return direction && line == firstLine(*header);
+}
+
+/// Every record that describes `visit`'s directory and its files.
+void describeDirectory(const Visit& visit, const timespec& rootTime,
+                       const std::function<void(const Metadata&)>& add) {
+    struct stat status {};
+    if (fstat(visit.directory.descriptor(), &status) != 0) {
+        throwErrno("cannot look at " + visit.directory.path());
+    }
+    if (visit.relative.empty()) status.st_mtim = rootTime;
+    add(metadataOf(status, visit.relative));
+    for (const Entry& entry : visit.entries) {
+        if (entry.type != DT_REG || entry.name.starts_with(names::kOwnPrefix)) continue;
+        if (!visit.directory.look(entry.name, &status)) {
+            throwErrno("cannot look at " + visit.directory.pathOf(entry.name));
+        }
+        if (!S_ISREG(status.st_mode)) {
+            // With its size as that of the file, the file itself could never be moved.
+            throw JobEnd(ExitStatus::kFailed, visit.directory.pathOf(entry.name) +
+                                                  " has become something else meanwhile. Nothing "
+                                                  "was moved; run this again.");
+        }
+        add(metadataOf(status, visit.relative + "/" + entry.name));
+    }
+}
+
+}  // namespace
+
+/// FNV-1a, 64 bits: no single spoilt byte leaves it as it was.
+void ManifestSum::add(std::string_view line) {
+    ++lines_;
+    for (const char byte : line) {
+        sum_ = (sum_ ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+    }
+}
+
+std::string ManifestSum::lastLine() const { return fmt::format("end {} {:016x}\n", lines_, sum_); }
+
+ManifestWriter::ManifestWriter(const HeldDirectory& plain, const ManifestHeader& header)
+    : path_(plain.pathOf(std::string(names::kManifest))),
+      file_(plain, std::string(names::kManifest)) {
+    append(firstLine(header));
+}
+
+void ManifestWriter::append(const std::string& line) {
+    sum_.add(line);
+    file_.append(line);
+}
+
+void ManifestWriter::add(const Metadata& metadata) { append(encodeRecord(metadata)); }
+
+void ManifestWriter::commit() {
+    file_.append(sum_.lastLine());
+    throwIfError(file_.commit(), "cannot write " + path_);
+}
+
+void writeManifest(const HeldDirectory& plain, const ManifestHeader& header,
+                   const HeldDirectory& source, const timespec& rootTime,
+                   const std::function<void()>& betweenDirectories) {
+    ManifestWriter writer(plain, header);
+    walkTree(source, [&](const Visit& visit) {
+        betweenDirectories();
+        describeDirectory(visit, rootTime, [&](const Metadata& metadata) { writer.add(metadata); });
+    });
+    writer.commit();
+}
+
+Manifest::Manifest(const HeldDirectory& plain)
+    : path_(plain.pathOf(std::string(names::kManifest))), file_(nullptr, std::fclose) {
+    struct stat status {};
+    android::base::unique_fd file = plain.openForReading(std::string(names::kManifest), &status);
+    if (!file.ok() && errno == ENOENT) throw ManifestDamaged(path_ + " is missing");
+    if (!file.ok()) throwErrno("cannot open " + path_);
+    if (!isOurs(status)) throw ManifestDamaged(path_ + " was not written by this user");
+    file_.reset(android::base::Fdopen(std::move(file), "r"));
+    if (file_ == nullptr) throwErrno("cannot read " + path_);
+    readAll([](const Metadata&) {});
+}
+
+void Manifest::forEach(const OnRecord& each) {
+    std::rewind(file_.get());
+    readAll(each);
+}
+
+void Manifest::readAll(const OnRecord& each) {
+    const auto damaged = [this](const char* what) { return ManifestDamaged(path_ + what); };
+    files::LineBuffer line;
+    ManifestSum sum;
+    bool begun = false;
+    bool ended = false;
+    for (ssize_t length = 0; (length = getline(&line.text, &line.capacity, file_.get())) > 0;) {
+        const std::string_view text(line.text, static_cast<size_t>(length));
+        if (!begun) {
+            if (!decodeFirstLine(text, &header_)) throw damaged(" is not to be understood");
+            begun = true;
+        } else if (ended || text == sum.lastLine()) {
+            if (std::exchange(ended, true)) throw damaged(" goes on behind its end");
+        } else {
+            Metadata metadata;
+            if (!decodeRecord(text.substr(0, text.size() - 1), &metadata)) {
+                throw damaged(" is damaged");
+            }
+            each(metadata);
+        }
+        sum.add(text);
+    }
+    if (std::ferror(file_.get()) != 0) throwErrno("cannot read " + path_);
+    if (!ended) throw damaged(" is not complete");
+}
+
+}  // namespace host

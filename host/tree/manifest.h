@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "files/durable_file.h"
+#include "files/held_directory.h"
+#include "tree/metadata.h"
+#include "tree/roots.h"
+
+namespace host {
+
+/// Whose manifest it is.
+struct ManifestHeader {
+    std::string job;  ///< the id in the job's record
+    Direction direction = Direction::kEncrypt;
+};
+
+/// Says what is wrong with which file.
+struct ManifestDamaged : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// Counts and sums up the lines of a manifest before its last one.
+class ManifestSum {
+  public:
+    void add(std::string_view line);
+    [[nodiscard]] std::string lastLine() const;
+
+  private:
+    uint64_t lines_ = 0;
+    uint64_t sum_ = 0xcbf29ce484222325;
+};
+
+/// `.ecryptfs_manifest` in the plain root: the metadata of a whole tree as it was before the job.
+/// Lines of text:
+///
+///     vaultctl-manifest 1 JOB DIRECTION
+///     d mode=755 uid=0 gid=0 mtime=981173106.789012345 name=/a
+///     f mode=644 uid=0 gid=0 mtime=981173106.000000000 size=3 name=/a/b
+///     end LINES CHECKSUM
+///
+/// Each directory comes before what is in it, its files before its subdirectories. Control
+/// characters, blanks and % in a name are written as % and two hexadecimal digits. The last line
+/// counts the lines before it and sums up their bytes, so that what is cut or spoilt is told from
+/// what is complete before anybody relies on it.
+class Manifest {
+  public:
+    using OnRecord = std::function<void(const Metadata&)>;
+
+    /// Opens the manifest and looks at all of it. Throws ManifestDamaged when it is missing, not
+    /// complete, not to be understood or not written by the user this runs as, and
+    /// std::system_error when it cannot be read.
+    explicit Manifest(const files::HeldDirectory& plain);
+
+    [[nodiscard]] const ManifestHeader& header() const { return header_; }
+    /// Calls `each` for every record in order.
+    void forEach(const OnRecord& each);
+
+  private:
+    void readAll(const OnRecord& each);
+
+    std::string path_;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_;
+    ManifestHeader header_;
+};
+
+/// Writes a manifest, which takes the place of the old one when it is complete.
+class ManifestWriter {
+  public:
+    ManifestWriter(const files::HeldDirectory& plain, const ManifestHeader& header);
+    void add(const Metadata& metadata);
+    /// Throws std::system_error.
+    void commit();
+
+  private:
+    void append(const std::string& line);
+
+    std::string path_;
+    files::DurableFile file_;
+    ManifestSum sum_;
+};
+
+/// Writes down `source`, synced. `rootTime` is what its root had before our own files changed it.
+/// `betweenDirectories` is called once per directory and may throw. Throws std::system_error, and
+/// JobEnd (failed) where a file has become something else since its directory was listed.
+void writeManifest(const files::HeldDirectory& plain, const ManifestHeader& header,
+                   const files::HeldDirectory& source, const timespec& rootTime,
+                   const std::function<void()>& betweenDirectories);
+
+}  // namespace host

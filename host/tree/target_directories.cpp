@@ -1,0 +1,88 @@
+#include "tree/target_directories.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+#include "end/job_end.h"
+#include "end/throw_errno.h"
+#include "tree/descent.h"
+#include "tree/durable.h"
+#include "tree/metadata.h"
+#include "tree/walk.h"
+
+using files::HeldDirectory;
+
+namespace host {
+namespace {
+
+Metadata metadataOfDirectory(const HeldDirectory& directory) {
+    struct stat status {};
+    if (fstat(directory.descriptor(), &status) != 0) {
+        throwErrno("cannot look at " + directory.path());
+    }
+    return metadataOf(status, "");
+}
+
+void giveOwnerAndMode(const Metadata& model, const HeldDirectory& directory) {
+    const int descriptor = directory.descriptor();
+    if (fchown(descriptor, model.uid, model.gid) != 0 || fchmod(descriptor, model.mode) != 0) {
+        throwErrno("cannot set the owner and permissions of " + directory.path());
+    }
+}
+
+/// Throws when it cannot be told: a directory that was passed over would keep an owner of ours.
+bool isOursAndEmpty(HeldDirectory& directory) {
+    if (metadataOfDirectory(directory).uid != geteuid()) return false;
+    if (!directory.beginListing()) throwErrno("cannot list " + directory.path());
+    if (directory.nextEntry() != nullptr) return false;
+    if (errno != 0) throwErrno("cannot list " + directory.path());
+    return true;
+}
+
+void makeDirectoryLike(const HeldDirectory& model, const HeldDirectory& parent,
+                       const std::string& name) {
+    if (!parent.makeChild(name, 0700) && errno != EEXIST) {
+        throwErrno("cannot create " + parent.pathOf(name));
+    }
+    HeldDirectory directory = parent.openChild(name);
+    throwIfError(directory.error(), "cannot open " + directory.path());
+    // Made here, or by one that was killed. One that holds something may be this user's own, moved
+    // here by whoever owns the tree; what is in it would be his to read.
+    if (!isOursAndEmpty(directory)) return;
+    giveOwnerAndMode(metadataOfDirectory(model), directory);
+    syncDirectory(parent);
+}
+
+}  // namespace
+
+void makeTargetDirectories(const HeldDirectory& source, const HeldDirectory& target,
+                           const std::function<void()>& betweenDirectories) {
+    Descent descent(target);
+    walkTree(source, [&](const Visit& visit) {
+        betweenDirectories();
+        if (visit.relative.empty()) return;
+        const size_t slash = visit.relative.rfind('/');
+        const HeldDirectory parent = descent.open(visit.relative.substr(0, slash));
+        throwIfError(parent.error(), "cannot open " + parent.path());
+        makeDirectoryLike(visit.directory, parent, visit.relative.substr(slash + 1));
+    });
+}
+
+void hideTargetLikeSource(const HeldDirectory& source, const HeldDirectory& target) {
+    const Metadata wanted = metadataOfDirectory(source);
+    const Metadata found = metadataOfDirectory(target);
+    if (wanted.uid == found.uid && wanted.gid == found.gid && wanted.mode == found.mode) return;
+    try {
+        giveOwnerAndMode(wanted, target);
+    } catch (const std::system_error& error) {
+        throw JobEnd(ExitStatus::kRefused,
+                     std::string(error.what()) + ": it would not hide what " + source.path() +
+                         " hides. Nothing was moved; give it that owner and those permissions "
+                         "and run this again.");
+    }
+}
+
+}  // namespace host

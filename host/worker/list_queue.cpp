@@ -1,0 +1,71 @@
+#include "worker/list_queue.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "tree/descent.h"
+#include "tree/names.h"
+#include "tree/walk.h"
+#include "worker/lists.h"
+
+using files::HeldDirectory;
+
+namespace host {
+namespace {
+
+constexpr off_t kNumberOffset = 8;
+
+const std::string kList(names::kProcessFile);
+
+/// Only the count of the list in `directory`; 0 where it cannot be read.
+uint32_t readNumber(const HeldDirectory& directory) {
+    struct stat status {};
+    const android::base::unique_fd list = directory.openForReading(kList, &status);
+    uint32_t number = 0;
+    const bool whole = pread(list.get(), &number, sizeof number, kNumberOffset) == sizeof number;
+    return whole ? number : 0;
+}
+
+}  // namespace
+
+ListQueue::ListQueue(const HeldDirectory& plain, const HeldDirectory& source) : source_(source) {
+    Descent descent(source);
+    const auto enter = [&](const Visit& visit) {
+        const ProcessFile list = loadProcessFile(descent.open(visit.relative));
+        const auto entries = static_cast<uint32_t>(list.entries.size());
+        if (entries == 0) return;
+        // The walk goes the other way: a directory first, and then its last subdirectory.
+        waiting_.push_front({visit.relative, std::min(list.number, entries), entries});
+    };
+    walkTree(plain, enter, [](const std::string&, int) {});
+}
+
+void ListQueue::skipFinished() {
+    struct stat status {};
+    while (!waiting_.empty() &&
+           !source_.openBelow(waiting_.front().relative).look(kList, &status)) {
+        finished_ += waiting_.front().entries - waiting_.front().first;
+        waiting_.pop_front();
+    }
+}
+
+uint64_t ListQueue::filesDone() {
+    skipFinished();
+    if (waiting_.empty()) return finished_;
+    const Place& place = waiting_.front();
+    const HeldDirectory directory = source_.openBelow(place.relative);
+    const uint32_t number = std::min(readNumber(directory), place.entries);
+    return finished_ + number - std::min(number, place.first);
+}
+
+std::string ListQueue::nextFile() {
+    skipFinished();
+    if (waiting_.empty()) return "";
+    const HeldDirectory directory = source_.openBelow(waiting_.front().relative);
+    const ProcessFile list = loadProcessFile(directory);
+    return list.number < list.entries.size() ? directory.pathOf(list.entries[list.number]) : "";
+}
+
+}  // namespace host
