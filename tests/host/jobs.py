@@ -1,0 +1,108 @@
+"""Jobs of vaultctl on trees of their own, for trail.py and sweep.py. They need root."""
+import os
+import subprocess
+import sys
+import tempfile
+import time
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+VAULTCTL, WORKER = sys.argv[1:3]
+if os.geteuid() != 0:
+    sys.exit(77)
+FILES = {"N": b"of N", ".N": b"of .N", "a/x": b"x" * 5000, "a/b/one two": b"", "a/b/y": b"yy"}
+
+
+class Job:
+    """A tree that is to be moved, and every way to run vaultctl on it."""
+
+    def __init__(self, encrypt=True):
+        self.folder = tempfile.TemporaryDirectory(dir="/dev/shm")  # where syncs cost nothing
+        self.plain = Path(self.folder.name, "box")
+        self.encrypted = Path(f"{self.plain}_enc")
+        self.word, self.source, self.target = (("encrypt", self.plain, self.encrypted) if encrypt
+                                               else ("decrypt", self.encrypted, self.plain))
+        self.target.mkdir()
+        for name, data in FILES.items():
+            (self.source / name).parent.mkdir(parents=True, exist_ok=True)
+            (self.source / name).write_bytes(data)
+        for number, path in enumerate(sorted(self.source.rglob("*"), reverse=True)):
+            os.chown(path, 1000 + number, 2000)
+            path.chmod(0o700 + number)
+            os.utime(path, ns=(0, 10**18 + number))
+        self.source.chmod(0o750)
+        self.before = self.snapshot(self.source)
+        if not encrypt:
+            self.target.rmdir()  # The way back makes it again.
+
+    @staticmethod
+    def snapshot(root):
+        def of(path):
+            status = path.lstat()
+            return (status.st_mode, status.st_uid, status.st_gid, status.st_mtime_ns,
+                    path.read_bytes() if path.is_file() else None)
+        return {str(path.relative_to(root)): of(path) for path in [root, *root.rglob("*")]}
+
+    def command(self, *words, worker=WORKER):
+        return [VAULTCTL, *(words or (self.word, "--allow-plain")), "--worker", worker, self.plain]
+
+    def run(self, *words, wrapper=(), worker=WORKER):
+        """Returns the exit status and what was said."""
+        done = subprocess.run([*wrapper, *self.command(*words, worker=worker)],
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=120,
+                              stderr=subprocess.STDOUT, check=False)
+        return done.returncode, done.stdout.decode(errors="replace")
+
+    def traced(self, call, fault):
+        log = Path(self.folder.name, "trace")
+        result = self.run(wrapper=("strace", "-qq", "-y", f"-o{log}", f"-etrace={call}",
+                                   *(fault and [f"-einject={call}:{fault}"])))
+        return *result, log.read_text(encoding="utf-8", errors="replace")
+
+    def pause(self, rename=4):
+        """Stops a run by killing its worker before one of its renames, of which each file has two.
+        The first two files are in the root."""
+        worker = Path(self.folder.name, "worker")
+        worker.write_text(f"#!/bin/sh\nexec strace -qq -o/dev/null -etrace=renameat "
+                          f"-einject=renameat:signal=KILL:when={rename} '{WORKER}' \"$@\"\n",
+                          encoding="utf-8")
+        worker.chmod(0o700)
+        status, said = self.run(worker=worker)
+        assert status == 1 and "No file is lost" in said, said
+        hidden, shown = self.source.stat(), self.target.stat()
+        assert (hidden.st_mode, hidden.st_uid) == (shown.st_mode, shown.st_uid), "not hidden"
+        return self
+
+    def finish(self, metadata=True):
+        status, said = self.run()
+        while "is still moving" in said:
+            time.sleep(0.02)
+            status, said = self.run()
+        assert status == 0, f"it does not finish: {said}"
+        self.check(metadata)
+
+    def check(self, metadata=True):
+        after, before = self.snapshot(self.target), self.before
+        # The root's own time is known only once the record that has changed it is written.
+        after, before = ({name: row if name != "." else row[:3] for name, row in each.items()}
+                         for each in (after, before))
+        if not metadata:
+            after, before = ({name: row[-1] for name, row in each.items()}
+                             for each in (after, before))
+        assert after == before, sorted(set(after.items()) ^ set(before.items()))
+        left = [path for path in self.source.rglob("*") if not path.is_dir()]
+        assert not left, f"left behind: {left}"
+
+
+def sweep(title, test, cases):
+    def attempt(case):
+        try:
+            test(case)
+            return None
+        except (AssertionError, subprocess.TimeoutExpired) as problem:
+            return f"{case}: {problem}"
+    with ThreadPoolExecutor(os.cpu_count()) as pool:
+        problems = [problem for problem in pool.map(attempt, cases) if problem]
+    print(*problems, f"{title} survived {len(cases) - len(problems)}/{len(cases)}", sep="\n",
+          flush=True)
+    return not problems

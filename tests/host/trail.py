@@ -1,0 +1,191 @@
+#!/usr/bin/env python3
+"""A job of vaultctl never loses its trail: its records spoilt, its trees changed by others during a
+pause, and owners, modes and times refused. What vaultctl names must lead on, and nothing be lost.
+
+    trail.py VAULTCTL WORKER
+"""
+import os
+import sys
+
+from jobs import FILES, Job, sweep
+
+def put(path, data=b"somebody's"):
+    path.write_bytes(data)
+
+
+def change(path, old, new):
+    data = path.read_bytes()
+    assert old in data, data
+    path.write_bytes(data.replace(old, new))
+
+
+def cut(path, size):
+    os.truncate(path, size)
+
+
+RECORD, MARK, MANIFEST = ".ecryptfs_job", ".ecryptfs_mark", ".ecryptfs_manifest"
+LIST = ".ecryptfs_process"
+# What is spoilt while a job is paused, and what repairs it: "" or "--as-it-is". Then the job's own
+# command must be refused, and after the repair finish.
+SPOILT = {
+    "state": (lambda job: change(job.plain / RECORD, b"moving", b"movinh"), ""),
+    "direction": (lambda job: change(job.plain / RECORD, b"crypt", b"drypt"), ""),
+    "format": (lambda job: change(job.plain / RECORD, b'"format":1', b'"format":2'), ""),
+    "member": (lambda job: change(job.plain / RECORD, b'"bytes"', b'"bites"'), ""),
+    "record cut": (lambda job: cut(job.plain / RECORD, 20), ""),
+    "record empty": (lambda job: cut(job.plain / RECORD, 0), ""),
+    "record gone": (lambda job: (job.plain / RECORD).unlink(), ""),
+    "record and mark gone": (lambda job: [(job.plain / RECORD).unlink(),
+                                          (job.encrypted / MARK).unlink()], ""),
+    "mark gone": (lambda job: (job.encrypted / MARK).unlink(), ""),
+    "mark of another": (lambda job: put(job.encrypted / MARK), ""),
+    "list garbage": (lambda job: put(job.source / LIST), ""),
+    "list empty": (lambda job: cut(job.source / LIST, 0), ""),
+    "list cut": (lambda job: cut(job.source / LIST, 66), ""),
+    "list gone": (lambda job: (job.source / LIST).unlink(), ""),
+    "manifest gone": (lambda job: (job.plain / MANIFEST).unlink(), "--as-it-is"),
+    "manifest empty": (lambda job: cut(job.plain / MANIFEST, 0), "--as-it-is"),
+    "manifest cut": (lambda job: cut(job.plain / MANIFEST, 200), "--as-it-is"),
+    "manifest spoilt": (lambda job: change(job.plain / MANIFEST, b"uid=", b"uid=1"), "--as-it-is"),
+    "manifest longer": (lambda job: change(job.plain / MANIFEST, b"end ", b"end 0"), "--as-it-is"),
+    "manifest of another": (lambda job: change(job.plain / MANIFEST, b"manifest 1 ",
+                                               b"manifest 1 0"), "--as-it-is"),
+}
+
+
+def spoil(case):
+    (name, (spoilt, option)), encrypt = case
+    spoilt(job := Job(encrypt).pause())
+    sides = [job.snapshot(side) for side in (job.plain, job.encrypted)]
+    status, said = job.run()
+    assert status == 2 and str(job.plain) in said, f"not refused: {said}"
+    if option:
+        status, said = job.run("repair")
+        assert status == 2 and option in said, f"repaired without a word: {said}"
+    assert sides == [job.snapshot(side) for side in (job.plain, job.encrypted)], "it was touched"
+    status, said = job.run("repair", *option.split())
+    assert status == 0 and f"vaultctl {job.word} " in said, f"not repaired: {said}"
+    job.finish(metadata=not option)
+
+
+NEXT = "a/x"  # which waits, untouched, while a job is paused
+
+
+def dotted(path):
+    return path.with_name(f".{path.name}")
+
+
+# What others do during a pause, whether that is refused, and what leads on: their undoing it, or
+# "repair --as-it-is" with what NEXT is then, or None for gone.
+MEANWHILE = {
+    "a stranger's copy": (lambda job: put(dotted(job.target / NEXT)), True,
+                          lambda job: dotted(job.target / NEXT).unlink()),
+    "one of the same size": (lambda job: put(dotted(job.target / NEXT), b"y" * 5000), True,
+                             lambda job: dotted(job.target / NEXT).unlink()),
+    "name taken": (lambda job: put(job.target / NEXT), True,
+                   lambda job: (job.target / NEXT).unlink()),
+    "changed": (lambda job: put(job.source / NEXT), True, b"somebody's"),
+    "changed beside its copy": (lambda job: [put(dotted(job.target / NEXT), FILES[NEXT]),
+                                             put(job.source / NEXT, b"y" * 5000)], True,
+                                lambda job: [put(job.source / NEXT, FILES[NEXT]),
+                                             os.utime(job.source / NEXT,
+                                                      ns=(0, job.before[NEXT][3]))]),
+    "touched": (lambda job: os.utime(job.source / NEXT), True, FILES[NEXT]),
+    "gone": (lambda job: (job.source / NEXT).unlink(), True, None),
+    "list longer": (lambda job: put(job.source / "a" / LIST,
+                                    (job.source / "a" / LIST).read_bytes() + b"late\n"),
+                    True, FILES[NEXT]),
+    "its copy": (lambda job: put(dotted(job.target / NEXT), FILES[NEXT]), False, None),
+    "its twin": (lambda job: put(job.target / NEXT, FILES[NEXT]), False, None),
+}
+
+
+def meddle(case):
+    (_, (deed, refused, way)), encrypt = case
+    deed(job := Job(encrypt).pause())
+    if not refused:
+        return job.finish()
+    sides = [job.snapshot(side) for side in (job.plain, job.encrypted)]
+    status, said = job.run()
+    assert status == 2 and str(job.plain) in said, f"not refused: {said}"
+    assert sides == [job.snapshot(side) for side in (job.plain, job.encrypted)], "it was touched"
+    if callable(way):
+        way(job)
+        return job.finish()
+    status, said = job.run("repair", "--as-it-is")
+    assert status == 0, f"not repaired: {said}"
+    status, said = job.run()
+    assert status == 0, f"it does not finish: {said}"
+    found = {str(path.relative_to(job.target)): path.read_bytes()
+             for path in job.target.rglob("*") if path.is_file()}
+    expected = {**FILES, NEXT: way}
+    assert found == {name: data for name, data in expected.items() if data is not None}, found
+    return None
+
+
+def refuse_to_put_back(case):
+    """What the file system refuses to put back is said until somebody gives it up."""
+    call, encrypt = case
+    job = Job(encrypt)
+    for which in (":when=8+", ""):  # not yet those of the directories that are made
+        status, said, _ = job.traced(call, "error=EPERM" + which)
+        assert status == 1 and "box/a/b/" in said.replace("_enc", ""), said
+        assert "vaultctl forget" in said, said
+    assert str(job.target / "a/b") in job.run("status")[1]
+    status, said = job.run("forget")
+    assert status == 2 and str(job.target / "a/b") in said and "--yes" in said, said
+    status, said = job.run("forget", "--yes")
+    assert status == 0 and "No job" in job.run("status")[1], said
+    job.check(metadata=False)
+
+
+def lend_no_rights(encrypt):
+    """Where others could have put a file in its place, none gets its owner's rights."""
+    job = Job(encrypt)
+    for name, owner in (("lent", 0), ("own", 1000)):
+        put(job.source / name)
+        os.chown(job.source / name, owner, owner)
+        (job.source / name).chmod(0o4755)
+    os.chown(job.source, 1000, 1000)
+    status, said = job.run()
+    assert status == 1 and "/lent: set-ID bits" in said and "/own" not in said, said
+    assert [(job.target / name).stat().st_mode & 0o7777
+            for name in ("lent", "own")] == [0o755, 0o4755]
+    (job.target / "lent").chmod(0o4755)
+    assert job.run()[0] == 0, "what a person has put right is not accepted"
+
+
+def know_whom(encrypt):
+    """A namespace that does not map the owners shows another one, who must not get the files."""
+    status, said = Job(encrypt).run(wrapper=("unshare", "--user", "--map-root-user"))
+    assert status == 2 and "only root could give it back to" in said, said
+
+
+def fall_short(encrypt):
+    """A file that has gone after it had arrived is missed, with where it was last seen."""
+    job = Job(encrypt).pause(10)
+    (job.target / NEXT).unlink()
+    for _ in range(2):
+        status, said = job.run()
+        assert status == 1 and f"{job.target / NEXT} is not there" in said, said
+        assert str(job.source / NEXT) in said and "lost" not in said, said
+    put(job.target / NEXT, FILES[NEXT])
+    job.finish()
+
+
+def main():
+    ways = (True, False)
+    sound = [
+        sweep("spoilt records", spoil, [(row, way) for row in SPOILT.items() for way in ways]),
+        sweep("changes during a pause", meddle,
+              [(row, way) for row in MEANWHILE.items() for way in ways]),
+        sweep("refusals to put back", refuse_to_put_back,
+              [(call, way) for call in ("fchown", "fchmod", "utimensat") for way in ways]),
+        sweep("lent rights", lend_no_rights, ways),
+        sweep("owners who are not known", know_whom, ways),
+        sweep("files that have gone", fall_short, ways)]
+    return all(sound)
+
+
+if __name__ == "__main__":
+    sys.exit(not main())
