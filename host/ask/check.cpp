@@ -36,7 +36,7 @@ bool checkBegun(const Tree& tree, const JobOptions& options, const JobRecord& re
 }
 
 std::optional<Direction> abandonedDirection(const std::optional<JobRecord>& record) {
-    return record ? std::optional(record->direction) : std::nullopt;
+    return record && record->looked ? std::optional(record->direction) : std::nullopt;
 }
 
 }  // namespace
@@ -55,7 +55,7 @@ bool checkJob(const Tree& tree, const JobOptions& options, Report& report) {
         return checkBegun(tree, options, *record, report);
     }
     const Preflight found =
-        inspect(held, direction, options.preflight, abandonedDirection(record), [] {});
+        inspect(held, direction, options.preflight, abandonedDirection(record), {});
     reportFindings(found, report);
     const bool possible = !found.refused();
     const std::string verdict = possible ? "It could start." : "It would be refused.";

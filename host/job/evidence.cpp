@@ -66,8 +66,10 @@ Manifest openManifest(const HeldTree& tree, const JobRecord& record) {
 
 void discardPreparation(const HeldTree& tree, const JobRecord& record) {
     const HeldDirectory& source = tree.source(record.direction);
-    removeLists(source);
-    putBackTimes(tree, record);
+    if (record.looked) {
+        removeLists(source);
+        putBackTimes(tree, record);
+    }
     removeEvidence(tree);
     (void)putBackTime(record.rootTime, source.descriptor());  // Only the record knew it.
 }

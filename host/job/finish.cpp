@@ -20,6 +20,9 @@
 namespace host {
 namespace {
 
+/// To ask for a stop is a system call.
+constexpr uint64_t kRecordsBetweenStops = 100;
+
 std::vector<std::string> regularFilesIn(const files::HeldDirectory& root) {
     std::vector<std::string> files;
     walkTree(root, [&](const Visit& visit) {
@@ -51,8 +54,10 @@ void restore(const JobContext& job, JobRecord& record) {
     Manifest manifest = openManifest(job.held, record);
     record.state = JobState::kRestoring;
     storeRecord(job.held.plain, record);
-    const Restored restored =
-        restoreMetadata(manifest, job.source(), job.target(), [&job] { throwIfStopped(job); });
+    uint64_t records = 0;
+    const Restored restored = restoreMetadata(manifest, job.source(), job.target(), [&] {
+        if (++records % kRecordsBetweenStops == 0) throwIfStopped(job);
+    });
     // Modes and times, and the deletion of the lists, must be on the disks before the manifest
     // goes. Of everything, because a sync of a stacked file system alone does not reach the one
     // below it; but that one reports nothing. A file system that has met a failing write refuses

@@ -44,9 +44,9 @@ class Job {
         if (found && found->state != JobState::kPreparing) {
             resume(*found);
         } else {
-            record_ = prepareJob(job_, found);
+            pending_ = prepareJob(job_, found, record_);
         }
-        if (record_.state == JobState::kMoving) moveFiles(job_, record_, resumed_);
+        if (record_.state == JobState::kMoving) moveFiles(job_, record_, pending_, resumed_);
         finishJob(job_, record_);
     }
 
@@ -71,6 +71,7 @@ class Job {
             makeTargetDirectories(job_.source(), job_.target(), stopCheck);
             makeListsSafe(job_.source(), job_.target(), stopCheck);
             refuseWhatDoesNotFit(job_, record);
+            pending_ = countPending(job_.source());
         }
         resumed_ = true;
     }
@@ -83,6 +84,7 @@ class Job {
 
     JobContext job_;
     JobRecord record_;
+    Pending pending_;
     bool resumed_ = false;
 };
 

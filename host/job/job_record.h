@@ -31,6 +31,7 @@ struct JobRecord {
     std::string id;  ///< random; also in the mark in the encrypted root, and in the manifest
     Direction direction = Direction::kEncrypt;
     JobState state = JobState::kPreparing;
+    bool looked = false;   ///< all that could refuse the job was looked for: lists may be its own
     bool plain = false;    ///< begun where the target is no eCryptfs mount
     bool replace = false;  ///< begun with --replace: files in the target may be overwritten
     bool metadata = true;  ///< there is a manifest of it to put back

@@ -7,7 +7,6 @@
 #include "say/failure_text.h"
 #include "say/text.h"
 #include "worker/list_queue.h"
-#include "worker/lists.h"
 
 namespace host {
 namespace {
@@ -39,11 +38,10 @@ void announce(const JobContext& job, const JobRecord& record, bool resumed, cons
 
 }  // namespace
 
-void moveFiles(const JobContext& job, JobRecord& record, bool resumed) {
-    const Pending before = countPending(job.source());
+void moveFiles(const JobContext& job, JobRecord& record, const Pending& before, bool resumed) {
     const Progress begun = progressOf(record, before);
     announce(job, record, resumed, before, begun);
-    ListQueue queue(job.held.plain, job.source());
+    ListQueue queue(job.held.plain, job.source(), before.lists);
     ProgressMeter meter(begun, ProgressMeter::Clock::now());
     const std::string title(toWord(job.options.direction));
     const auto show = [&](uint64_t done) {

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "job/job_context.h"
+#include "worker/lists.h"
 
 namespace host {
 
-/// Runs the worker until no list is left. Throws JobEnd when it stops before.
-void moveFiles(const JobContext& job, JobRecord& record, bool resumed);
+/// Runs the worker until no list is left; `before` is what the lists hold. Throws JobEnd when it
+/// stops before.
+void moveFiles(const JobContext& job, JobRecord& record, const Pending& before, bool resumed);
 
 }  // namespace host

@@ -25,14 +25,62 @@ using files::HeldDirectory;
 namespace host {
 namespace {
 
-[[noreturn]] void refuse(const JobContext& job, const std::string& state) {
-    throw JobEnd(ExitStatus::kRefused, "Refused for the reasons above; nothing was " + state +
-                                           ". Put them right and run " + job.command() + " again.");
+/// Of a root, before our own files change it.
+timespec timeOf(const HeldDirectory& root) {
+    struct stat status {};
+    if (fstat(root.descriptor(), &status) != 0) throwErrno("cannot look at " + root.path());
+    return status.st_mtim;
 }
 
-/// What can be seen only once the target's directories are there: the way back finds them by
-/// listing, and two files whose names the target takes for one would become one file.
-void refuseUnfitTarget(const JobContext& job, const JobRecord& record) {
+/// Tells people what was found, and ends a job that cannot be done.
+void takeFindings(const JobContext& job, const Preflight& found, const std::string& state) {
+    reportFindings(found, job.report);
+    if (found.refused()) {
+        throw JobEnd(ExitStatus::kRefused, "Refused for the reasons above; nothing was " + state +
+                                               ". Put them right and run " + job.command() +
+                                               " again.");
+    }
+}
+
+/// Looks at both trees, and writes down what the source is like. Throws JobEnd (refused).
+Preflight look(const JobContext& job, JobRecord& record) {
+    std::optional<ManifestWriter> manifest;
+    timespec plainTime{};
+    const Onlooker onlooker = {
+        .begin =
+            [&] {
+                plainTime = timeOf(job.held.plain);
+                storeRecord(job.held.plain, record);
+                (void)loadRecord(job.held.plain);  // As a restart will, before anything needs it.
+                manifest.emplace(job.held.plain,
+                                 ManifestHeader{.job = record.id, .direction = record.direction});
+            },
+        .betweenDirectories = [&job] { job.throwIfStopped(); },
+        .each =
+            [&](Metadata metadata) {
+                if (metadata.relative.empty()) metadata.modified = record.rootTime;
+                manifest->add(metadata);
+            }};
+    Preflight found =
+        inspect(job.held, job.options.direction, job.options.preflight, std::nullopt, onlooker);
+    if (found.refused() && manifest) {
+        manifest.reset();
+        discardPreparation(job.held, record);
+        // One that belongs to somebody else has kept its time or lost it.
+        (void)putBackTime(plainTime, job.held.plain.descriptor());
+    }
+    takeFindings(job, found, "touched");
+    record.looked = true;
+    storeRecord(job.held.plain, record);
+    // Before the manifest and the lists: once they are there, both roots must be the same again.
+    storeMark(job.held.encrypted, record);
+    manifest->commit();
+    return found;
+}
+
+/// Makes the target's directories, and looks for what can be seen only then: the way back finds its
+/// files by listing, and two files whose names the target takes for one would become one file.
+void prepareTarget(const JobContext& job, const JobRecord& record) {
     Preflight found;
     Descent targets(job.target());
     HeldDirectory root = targets.open("");
@@ -41,14 +89,13 @@ void refuseUnfitTarget(const JobContext& job, const JobRecord& record) {
     }
     walkTree(job.source(), [&](const Visit& visit) {
         job.throwIfStopped();
+        makeTargetDirectory(visit, targets);
         for (const std::string& name : unfitNames(targets.open(visit.relative), visit.entries)) {
             found.findings[Finding::kUnfitName].push_back(visit.directory.pathOf(name));
         }
     });
-    if (!found.refused()) return;
-    discardPreparation(job.held, record);
-    reportFindings(found, job.report);
-    refuse(job, "moved");
+    if (found.refused()) discardPreparation(job.held, record);
+    takeFindings(job, found, "moved");
 }
 
 void scan(const JobContext& job, JobRecord& record) {
@@ -65,15 +112,6 @@ void scan(const JobContext& job, JobRecord& record) {
     record.bytes = *outcome.totalSize;
 }
 
-/// The source's root as it is before our own files change its time.
-timespec rootTime(const JobContext& job) {
-    struct stat status {};
-    if (fstat(job.source().descriptor(), &status) != 0) {
-        throwErrno("cannot look at " + job.source().path());
-    }
-    return status.st_mtim;
-}
-
 /// Before the first file arrives, and as late as possible: a job that is refused leaves the
 /// target's root as it was.
 void hide(const JobContext& job, const JobRecord& record) {
@@ -88,40 +126,34 @@ void hide(const JobContext& job, const JobRecord& record) {
 }  // namespace
 
 void refuseWhatCannotMove(const JobContext& job) {
-    const Preflight found = inspect(job.held, job.options.direction, job.options.preflight,
-                                    std::nullopt, [&job] { job.throwIfStopped(); });
-    if (job.held.plain.isOpen() || found.refused()) reportFindings(found, job.report);
-    if (found.refused()) refuse(job, "touched");
+    const Preflight found =
+        inspect(job.held, job.options.direction, job.options.preflight, std::nullopt,
+                {.betweenDirectories = [&job] { job.throwIfStopped(); }});
+    if (found.refused()) takeFindings(job, found, "touched");
 }
 
-JobRecord prepareJob(const JobContext& job, const std::optional<JobRecord>& abandoned) {
-    const auto stopCheck = [&job] { job.throwIfStopped(); };
-    JobRecord record = newRecord(job.options.direction);
+Pending prepareJob(const JobContext& job, const std::optional<JobRecord>& abandoned,
+                   JobRecord& record) {
+    record = newRecord(job.options.direction);
     record.plain = !isOnEcryptfs(job.held.encrypted);
     record.replace = job.options.preflight.replace;
     if (abandoned) discardPreparation(job.held, *abandoned);
     const std::string source = job.source().path();
     job.report.say("preparing", {{"source", source}}, "Looking through " + printable(source));
-    refuseWhatCannotMove(job);
-    record.rootTime = rootTime(job);
-    storeRecord(job.held.plain, record);
-    (void)loadRecord(job.held.plain);  // As a restart will: before anything depends on it.
-    makeTargetDirectories(job.source(), job.target(), stopCheck);
-    refuseUnfitTarget(job, record);
-    // Before the manifest and the lists: once they are there, both roots must be the same again.
-    storeMark(job.held.encrypted, record);
-    writeManifest(job.held.plain, {.job = record.id, .direction = record.direction}, job.source(),
-                  record.rootTime, stopCheck);
+    record.rootTime = timeOf(job.source());
+    const Preflight found = look(job, record);
+    prepareTarget(job, record);
     scan(job, record);
-    makeListsSafe(job.source(), job.target(), stopCheck);
-    const Pending pending = countPending(job.source());
+    Pending pending = makeListsSafe(job.source(), job.target(), [&job] { job.throwIfStopped(); });
+    pending.bytes = record.bytes;
+    pending.largest = found.largest;
     record.files = pending.files;
     record.nameBytes = pending.nameBytes;
     hide(job, record);
     job.throwIfStopped();
     record.state = JobState::kMoving;
     storeRecord(job.held.plain, record);
-    return record;
+    return pending;
 }
 
 }  // namespace host

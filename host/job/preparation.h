@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "job/job_context.h"
+#include "worker/lists.h"
 
 namespace host {
 
@@ -13,7 +14,8 @@ void refuseWhatCannotMove(const JobContext& job);
 /// From a tree without a job to one whose files may be moved: everything a resume depends on is on
 /// the disk, and the record says "moving". Throws JobEnd when the job is refused, stopped or fails;
 /// then nothing has been moved. `abandoned` is the record of a preparation that was interrupted.
-[[nodiscard]] JobRecord prepareJob(const JobContext& job,
-                                   const std::optional<JobRecord>& abandoned);
+/// Fills in `record`, and returns what the lists hold.
+[[nodiscard]] Pending prepareJob(const JobContext& job, const std::optional<JobRecord>& abandoned,
+                                 JobRecord& record);
 
 }  // namespace host

@@ -111,7 +111,7 @@ void takeList(SurveyedDirectory& directory) {
     std::unordered_set<std::string> listed;
     try {
         const ProcessFile list = loadProcessFile(directory.source);
-        for (size_t i = list.number; i < list.entries.size(); ++i) listed.insert(list.entries[i]);
+        for (size_t i = list.number; i < list.entries.size(); ++i) listed.emplace(list.entries[i]);
     } catch (const ListDamaged&) {
         directory.listDamaged = true;
     }

@@ -11,6 +11,9 @@
 #include <array>
 #include <cerrno>
 #include <system_error>
+#include <unordered_set>
+#include <utility>
+#include <vector>
 
 #include "look/owners.h"
 #include "tree/descent.h"
@@ -53,20 +56,24 @@ bool holdsJob(const HeldDirectory& directory) {
 class Inspector {
   public:
     Inspector(const HeldTree& tree, Direction direction, const PreflightOptions& options,
-              std::optional<Direction> abandoned)
+              std::optional<Direction> abandoned, const Onlooker& onlooker)
         : source_(tree.source(direction)),
           target_(tree.target(direction)),
           targets_(target_),
           options_(options),
+          onlooker_(onlooker),
           abandonedLists_(abandoned ? &tree.source(*abandoned) : nullptr) {}
 
-    Preflight run(const HeldTree& tree, const std::function<void()>& betweenDirectories) {
+    Preflight run(const HeldTree& tree) {
         lookAtRoots(tree);
         if (!source_.isOpen()) return std::move(result_);
+        // What is told to the onlooker is written into the plain root.
+        begun_ = onlooker_.begin && !result_.refused() && isUsable(tree.plain);
+        if (begun_) onlooker_.begin();
         walkTree(
             source_,
             [&](const Visit& visit) {
-                betweenDirectories();
+                if (onlooker_.betweenDirectories) onlooker_.betweenDirectories();
                 lookAtDirectory(visit);
             },
             [&](const std::string& relative, int) {
@@ -79,8 +86,10 @@ class Inspector {
   private:
     /// A directory of the source and its twin in the target, which may be missing.
     struct Pair {
+        const Visit& visit;
         const HeldDirectory& source;
         const HeldDirectory& target;
+        bool targetIsEmpty;
     };
 
     void found(Finding finding, const std::string& path) {
@@ -120,7 +129,7 @@ class Inspector {
     }
 
     void lookAtDirectory(const Visit& visit) {
-        const HeldDirectory target = targets_.open(visit.relative);
+        HeldDirectory target = targets_.open(visit.relative);
         if (!visit.relative.empty()) {
             if (isSame(visit.directory, target)) {
                 return found(Finding::kInBothTrees, visit.directory.path());
@@ -128,28 +137,40 @@ class Inspector {
             lookAtPlace(visit.directory);
             lookAtPlace(target);
         }
-        const Pair pair{.source = visit.directory, .target = target};
         struct stat status {};
         if (fstat(visit.directory.descriptor(), &status) != 0 || !isUsable(visit.directory)) {
             found(Finding::kDirectoryUnusable, visit.directory.path());
         } else {
-            lookAtOwner(status, visit.directory.path());
+            lookAtOwner(status, visit.directory, "");
+            tell(metadataOf(status, visit.relative));
         }
         lookAtTypes(visit.entries, visit.directory.path());
-        lookAtTargetDirectory(visit.relative);
+        const bool targetIsEmpty = lookAtTargetDirectory(target);
+        const Pair pair{visit, visit.directory, target, targetIsEmpty};
+        std::unordered_set<std::string_view> subdirectories;
         for (const Entry& entry : visit.entries) {
-            const std::string path = visit.directory.pathOf(entry.name);
+            if (entry.type == DT_DIR) subdirectories.insert(entry.name);
+        }
+        for (const Entry& entry : visit.entries) {
             if (entry.type == DT_UNKNOWN) continue;
             if (entry.name.starts_with(names::kOwnPrefix)) {
-                lookAtOwnName(entry, path, visit.relative.empty());
+                lookAtOwnName(entry, pair);
             } else if (entry.type == DT_DIR) {
                 lookAtSubdirectory(entry.name, pair);
             } else if (entry.type == DT_REG) {
+                const bool besideDotted =
+                    !subdirectories.empty() && subdirectories.contains("." + entry.name);
+                if (besideDotted) found(Finding::kDottedDirectory, pair.source.pathOf(entry.name));
                 lookAtFile(entry.name, pair);
             } else {
-                found(entry.type == DT_LNK ? Finding::kSymbolicLink : Finding::kSpecialFile, path);
+                found(entry.type == DT_LNK ? Finding::kSymbolicLink : Finding::kSpecialFile,
+                      pair.source.pathOf(entry.name));
             }
         }
+    }
+
+    void tell(Metadata metadata) {
+        if (begun_ && onlooker_.each) onlooker_.each(std::move(metadata));
     }
 
     /// One entry without a type stands for the whole file system.
@@ -168,28 +189,34 @@ class Inspector {
         return directory.look(name, &status) ? status.st_mode : 0;
     }
 
-    void lookAtTargetDirectory(const std::string& relative) {
-        HeldDirectory directory = targets_.open(relative);
+    /// Whether there is nothing in it, so that no name of the source need be looked for there. A
+    /// name that is in no listing may still be taken for one that is.
+    bool lookAtTargetDirectory(HeldDirectory& directory) {
         // What stands there instead is told with the directory above it.
-        if (directory.error() == -ENOENT || directory.error() == -ENOTDIR) return;
+        if (directory.error() == -ENOENT || directory.error() == -ENOTDIR) return true;
         if (!directory.isOpen() || !isUsable(directory)) {
             found(Finding::kDirectoryUnusable, directory.path());
-            return;
+            return false;
         }
-        lookAtTypes(listDirectory(directory), directory.path());
+        const std::vector<Entry> entries = listDirectory(directory);
+        lookAtTypes(entries, directory.path());
         // A list on this side belongs to a job of the other direction.
         const std::string list(names::kProcessFile);
         if (kindAt(directory, list) != 0 && abandonedLists_ != &target_)
             found(Finding::kForeignList, directory.pathOf(list));
+        return entries.empty();
     }
 
-    void lookAtOwnName(const Entry& entry, const std::string& path, bool inRoot) {
+    void lookAtOwnName(const Entry& entry, const Pair& pair) {
         const std::string_view name = entry.name;
+        const bool inRoot = pair.visit.relative.empty();
         const bool ofAJob = name.starts_with(names::kJobRecord) || name.starts_with(names::kMark);
         if (name == names::kProcessFile) {
-            if (abandonedLists_ != &source_) found(Finding::kForeignList, path);
+            if (abandonedLists_ != &source_) {
+                found(Finding::kForeignList, pair.source.pathOf(entry.name));
+            }
         } else if (!ofAJob && !(inRoot && name.starts_with(names::kManifest))) {
-            found(Finding::kOwnName, path);
+            found(Finding::kOwnName, pair.source.pathOf(entry.name));
         }
     }
 
@@ -197,18 +224,19 @@ class Inspector {
         if (name.size() > longestName_) {
             found(Finding::kNameTooLong, pair.source.pathOf(name));
         }
-        const mode_t kind = kindAt(pair.target, name);
+        const mode_t kind = pair.targetIsEmpty ? 0 : kindAt(pair.target, name);
         if (kind != 0 && !S_ISDIR(kind)) {
             found(Finding::kOtherKindOnTarget, pair.target.pathOf(name));
         }
     }
 
     void lookAtFile(const std::string& name, const Pair& pair) {
-        const std::string path = pair.source.pathOf(name);
-        lookAtName(name, path, pair.target.path());
-        const std::string dotted = "." + name;
-        if (S_ISDIR(kindAt(pair.source, dotted))) found(Finding::kDottedDirectory, path);
-        if (kindAt(pair.target, dotted) != 0) found(Finding::kDottedOnTarget, path);
+        lookAtName(name, pair);
+        lookAtContent(name, pair);
+        if (pair.targetIsEmpty) return;
+        if (kindAt(pair.target, "." + name) != 0) {
+            found(Finding::kDottedOnTarget, pair.source.pathOf(name));
+        }
         const mode_t kind = kindAt(pair.target, name);
         if (S_ISDIR(kind)) {
             found(Finding::kOtherKindOnTarget, pair.target.pathOf(name));
@@ -218,7 +246,6 @@ class Inspector {
                    !isTwin(name, pair)) {
             found(Finding::kSameNameOnTarget, pair.target.pathOf(name));
         }
-        lookAtContent(name, pair.source);
     }
 
     static bool isTwin(const std::string& name, const Pair& pair) {
@@ -229,33 +256,47 @@ class Inspector {
         }
     }
 
-    void lookAtName(const std::string& name, const std::string& path,
-                    const std::string& targetDirectory) {
-        if (name.find('\n') != std::string::npos) found(Finding::kNewline, path);
+    void lookAtName(const std::string& name, const Pair& pair) {
         const size_t moving = names::kIntermediatePrefix.size() + name.size();
-        if (moving > longestName_) found(Finding::kNameTooLong, path);
-        if (targetDirectory.size() + 1 + moving >= PATH_MAX) found(Finding::kPathTooLong, path);
-        if (isReserved(name)) found(Finding::kReservedName, path);
+        const std::pair<Finding, bool> faults[] = {
+            {Finding::kNewline, name.find('\n') != std::string::npos},
+            {Finding::kNameTooLong, moving > longestName_},
+            {Finding::kPathTooLong, pair.target.path().size() + 1 + moving >= PATH_MAX},
+            {Finding::kReservedName, isReserved(name)}};
+        for (const auto& [finding, isFault] : faults) {
+            if (isFault) found(finding, pair.source.pathOf(name));
+        }
     }
 
-    void lookAtContent(const std::string& name, const HeldDirectory& directory) {
-        const std::string path = directory.pathOf(name);
+    void lookAtContent(const std::string& name, const Pair& pair) {
         struct stat status {};
-        if (!directory.look(name, &status) ||
-            faccessat(directory.descriptor(), name.c_str(), R_OK, AT_SYMLINK_NOFOLLOW) != 0) {
-            found(Finding::kUnreadable, path);
-            return;
+        // What has become something else since the listing could not be moved as a file.
+        if (!pair.source.look(name, &status) || !S_ISREG(status.st_mode) ||
+            !isReadable(name, status, pair.source)) {
+            return found(Finding::kUnreadable, pair.source.pathOf(name));
         }
-        lookAtOwner(status, path);
-        if (status.st_nlink > 1) found(Finding::kHardLink, path);
+        lookAtOwner(status, pair.source, name);
+        if (status.st_nlink > 1) found(Finding::kHardLink, pair.source.pathOf(name));
+        tell(metadataOf(status, pair.visit.relative + "/" + name));
         const auto size = static_cast<uint64_t>(status.st_size);
         ++result_.files;
         result_.bytes += size;
         result_.largest = std::max(result_.largest, size);
     }
 
-    void lookAtOwner(const struct stat& status, const std::string& path) {
-        if (!owners_.canBePutBack(status)) found(Finding::kOwner, path);
+    /// Asks only where the file's status does not tell. Files that are not root's to read, in a
+    /// user namespace, are told of by their owners.
+    bool isReadable(const std::string& name, const struct stat& status,
+                    const HeldDirectory& directory) const {
+        if (user_ == 0 || (status.st_uid == user_ && (status.st_mode & S_IRUSR) != 0)) return true;
+        return faccessat(directory.descriptor(), name.c_str(), R_OK, AT_SYMLINK_NOFOLLOW) == 0;
+    }
+
+    /// Of a file, or of the directory itself where there is no name.
+    void lookAtOwner(const struct stat& status, const HeldDirectory& directory,
+                     const std::string& name) {
+        if (owners_.canBePutBack(status)) return;
+        found(Finding::kOwner, name.empty() ? directory.path() : directory.pathOf(name));
     }
 
     void lookAtSpace() {
@@ -275,8 +316,11 @@ class Inspector {
     const HeldDirectory& target_;
     Descent targets_;
     const PreflightOptions& options_;
+    const Onlooker& onlooker_;
+    bool begun_ = false;
     const HeldDirectory* abandonedLists_;  ///< the root of the tree they lie in, or null
     Owners owners_;
+    const uid_t user_ = geteuid();
     size_t longestName_ = NAME_MAX;
     Preflight result_;
 };
@@ -284,9 +328,8 @@ class Inspector {
 }  // namespace
 
 Preflight inspect(const HeldTree& tree, Direction direction, const PreflightOptions& options,
-                  std::optional<Direction> abandoned,
-                  const std::function<void()>& betweenDirectories) {
-    return Inspector(tree, direction, options, abandoned).run(tree, betweenDirectories);
+                  std::optional<Direction> abandoned, const Onlooker& onlooker) {
+    return Inspector(tree, direction, options, abandoned, onlooker).run(tree);
 }
 
 }  // namespace host

@@ -5,6 +5,7 @@
 
 #include "look/findings.h"
 #include "tree/held_tree.h"
+#include "tree/metadata.h"
 #include "tree/roots.h"
 
 namespace host {
@@ -14,10 +15,20 @@ struct PreflightOptions {
     bool replace = false;     ///< files of the same name in the target are all right
 };
 
+/// Whoever looks on; each may be empty, and may throw.
+struct Onlooker {
+    /// The roots themselves are no reason to refuse: what is in them comes next.
+    std::function<void()> begin = nullptr;
+    std::function<void()> betweenDirectories = nullptr;
+    /// Once begun: each directory of the source before what is in it, its files before its
+    /// subdirectories.
+    std::function<void(Metadata)> each = nullptr;
+};
+
 /// Looks at both trees and changes nothing. Lists of an `abandoned` preparation of that direction,
-/// which a job would throw away before it looks, are passed over. `betweenDirectories` may throw.
+/// which a job would throw away before it looks, are passed over.
 [[nodiscard]] Preflight inspect(const HeldTree& tree, Direction direction,
                                 const PreflightOptions& options, std::optional<Direction> abandoned,
-                                const std::function<void()>& betweenDirectories);
+                                const Onlooker& onlooker);
 
 }  // namespace host

@@ -74,9 +74,9 @@ Rebuilt surveyForRepair(const HeldTree& tree, const JobRecord& record) {
 
 void rebuildLists(const HeldTree& tree, const JobRecord& record) {
     surveyJob(tree, record, [&](const SurveyedDirectory& directory) {
-        std::vector<std::string> entries;
+        std::vector<std::string_view> entries;
         for (const SurveyedFile& file : directory.files) {
-            if (isToBeListed(file)) entries.push_back(file.name);
+            if (isToBeListed(file)) entries.emplace_back(file.name);
         }
         if (!entries.empty()) {
             throwIfError(directory.source.error(), "cannot open " + directory.source.path());
@@ -113,9 +113,9 @@ std::vector<std::string> rebuildListsFromSource(const HeldTree& tree, const JobR
     Descent targets(tree.target(record.direction));
     walkTree(tree.source(record.direction), [&](const Visit& visit) {
         if (!listIsDamaged(visit.directory)) return;
-        std::vector<std::string> entries;
+        std::vector<std::string_view> entries;
         for (const Entry& entry : visit.entries) {
-            if (entry.type == DT_REG && !isOwn(entry)) entries.push_back(entry.name);
+            if (entry.type == DT_REG && !isOwn(entry)) entries.emplace_back(entry.name);
         }
         writeList(visit.directory, std::move(entries));
         HeldDirectory target = targets.open(visit.relative);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -91,11 +92,15 @@ std::string explainMove(const WorkerOutcome& outcome, const HeldDirectory& sourc
             "again to carry on.",
             outcome.signal, counted(left.files, "file"), again);
     }
+    std::vector<std::string> lists;
+    for (const ListPlace& list : left.lists) {
+        lists.push_back(fmt::format("{}{}/{}", source.path(), list.relative, names::kProcessFile));
+    }
     return fmt::format(
         "The worker ended{} with {} left{}, on its lists:{}\nNo file is lost; look at these "
         "directories and run {} again to carry on.",
         outcome.succeeded ? "" : " with an error", counted(left.files, "file"),
-        next.empty() ? "" : " from " + printable(next) + " on", nameLines(left.lists), again);
+        next.empty() ? "" : " from " + printable(next) + " on", nameLines(lists), again);
 }
 
 }  // namespace host

@@ -1,6 +1,5 @@
 #include "tree/manifest.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <optional>
@@ -11,13 +10,11 @@
 #include <android-base/strings.h>
 #include <fmt/format.h>
 
-#include "end/job_end.h"
 #include "end/throw_errno.h"
 #include "files/durable_file.h"
 #include "files/line_buffer.h"
 #include "tree/manifest_line.h"
 #include "tree/names.h"
-#include "tree/walk.h"
 
 using files::HeldDirectory;
 
@@ -37,30 +34,6 @@ bool decodeFirstLine(std::string_view line, ManifestHeader* header) {
     const std::optional<Direction> direction = directionOf(words[3]);
     *header = {.job = words[2], .direction = direction.value_or(Direction::kEncrypt)};
     return direction && line == firstLine(*header);
-}
-
-/// Every record that describes `visit`'s directory and its files.
-void describeDirectory(const Visit& visit, const timespec& rootTime,
-                       const std::function<void(const Metadata&)>& add) {
-    struct stat status {};
-    if (fstat(visit.directory.descriptor(), &status) != 0) {
-        throwErrno("cannot look at " + visit.directory.path());
-    }
-    if (visit.relative.empty()) status.st_mtim = rootTime;
-    add(metadataOf(status, visit.relative));
-    for (const Entry& entry : visit.entries) {
-        if (entry.type != DT_REG || entry.name.starts_with(names::kOwnPrefix)) continue;
-        if (!visit.directory.look(entry.name, &status)) {
-            throwErrno("cannot look at " + visit.directory.pathOf(entry.name));
-        }
-        if (!S_ISREG(status.st_mode)) {
-            // With its size as that of the file, the file itself could never be moved.
-            throw JobEnd(ExitStatus::kFailed, visit.directory.pathOf(entry.name) +
-                                                  " has become something else meanwhile. Nothing "
-                                                  "was moved; run this again.");
-        }
-        add(metadataOf(status, visit.relative + "/" + entry.name));
-    }
 }
 
 }  // namespace
@@ -91,17 +64,6 @@ void ManifestWriter::add(const Metadata& metadata) { append(encodeRecord(metadat
 void ManifestWriter::commit() {
     file_.append(sum_.lastLine());
     throwIfError(file_.commit(), "cannot write " + path_);
-}
-
-void writeManifest(const HeldDirectory& plain, const ManifestHeader& header,
-                   const HeldDirectory& source, const timespec& rootTime,
-                   const std::function<void()>& betweenDirectories) {
-    ManifestWriter writer(plain, header);
-    walkTree(source, [&](const Visit& visit) {
-        betweenDirectories();
-        describeDirectory(visit, rootTime, [&](const Metadata& metadata) { writer.add(metadata); });
-    });
-    writer.commit();
 }
 
 Manifest::Manifest(const HeldDirectory& plain)

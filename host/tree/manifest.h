@@ -86,11 +86,4 @@ class ManifestWriter {
     ManifestSum sum_;
 };
 
-/// Writes down `source`, synced. `rootTime` is what its root had before our own files changed it.
-/// `betweenDirectories` is called once per directory and may throw. Throws std::system_error, and
-/// JobEnd (failed) where a file has become something else since its directory was listed.
-void writeManifest(const files::HeldDirectory& plain, const ManifestHeader& header,
-                   const files::HeldDirectory& source, const timespec& rootTime,
-                   const std::function<void()>& betweenDirectories);
-
 }  // namespace host

@@ -42,8 +42,14 @@ bool isOursAndEmpty(HeldDirectory& directory) {
     return true;
 }
 
-void makeDirectoryLike(const HeldDirectory& model, const HeldDirectory& parent,
-                       const std::string& name) {
+}  // namespace
+
+void makeTargetDirectory(const Visit& source, Descent& target) {
+    if (source.relative.empty()) return;
+    const size_t slash = source.relative.rfind('/');
+    const HeldDirectory parent = target.open(source.relative.substr(0, slash));
+    throwIfError(parent.error(), "cannot open " + parent.path());
+    const std::string name = source.relative.substr(slash + 1);
     if (!parent.makeChild(name, 0700) && errno != EEXIST) {
         throwErrno("cannot create " + parent.pathOf(name));
     }
@@ -52,23 +58,18 @@ void makeDirectoryLike(const HeldDirectory& model, const HeldDirectory& parent,
     // Made here, or by one that was killed. One that holds something may be this user's own, moved
     // here by whoever owns the tree; what is in it would be his to read.
     if (!isOursAndEmpty(directory)) return;
-    giveOwnerAndMode(metadataOfDirectory(model), directory);
+    giveOwnerAndMode(metadataOfDirectory(source.directory), directory);
     syncDirectory(parent);
 }
-
-}  // namespace
 
 void makeTargetDirectories(const HeldDirectory& source, const HeldDirectory& target,
                            const std::function<void()>& betweenDirectories) {
     Descent descent(target);
-    walkTree(source, [&](const Visit& visit) {
+    const auto make = [&](const Visit& visit) {
         betweenDirectories();
-        if (visit.relative.empty()) return;
-        const size_t slash = visit.relative.rfind('/');
-        const HeldDirectory parent = descent.open(visit.relative.substr(0, slash));
-        throwIfError(parent.error(), "cannot open " + parent.path());
-        makeDirectoryLike(visit.directory, parent, visit.relative.substr(slash + 1));
-    });
+        makeTargetDirectory(visit, descent);
+    };
+    walkTree(source, make, Keep::kDirectoriesAndOwnNames);
 }
 
 void hideTargetLikeSource(const HeldDirectory& source, const HeldDirectory& target) {

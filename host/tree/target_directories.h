@@ -3,12 +3,17 @@
 #include <functional>
 
 #include "files/held_directory.h"
+#include "tree/descent.h"
+#include "tree/walk.h"
 
 namespace host {
 
-/// Makes the target's directories that are missing, with the source's modes and owners, and syncs
-/// them: a file must not arrive in a directory that a power cut can take away. The roots are there
-/// already and stay as they are. Throws std::system_error.
+/// Makes the twin of a source directory if it is missing, with the source's mode and owner, and
+/// syncs it: a file must not arrive in a directory that a power cut can take away. The one above it
+/// is there; a root stays as it is. Throws std::system_error.
+void makeTargetDirectory(const Visit& source, Descent& target);
+
+/// The same for every directory of the source.
 void makeTargetDirectories(const files::HeldDirectory& source, const files::HeldDirectory& target,
                            const std::function<void()>& betweenDirectories);
 

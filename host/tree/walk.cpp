@@ -3,6 +3,7 @@
 #include <dirent.h>
 
 #include <cerrno>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -13,19 +14,24 @@
 using files::HeldDirectory;
 
 namespace host {
+namespace {
 
-std::vector<Entry> listDirectory(HeldDirectory& directory) {
+bool isOwn(std::string_view name) { return name.starts_with(names::kOwnPrefix); }
+
+std::vector<Entry> list(HeldDirectory& directory, Keep keep) {
     if (!directory.beginListing()) throwErrno("cannot open " + directory.path());
     std::vector<Entry> entries;
     while (const dirent* const entry = directory.nextEntry()) {
-        entries.push_back({entry->d_name, entry->d_type});
+        if (keep == Keep::kAll || entry->d_type == DT_DIR || isOwn(entry->d_name)) {
+            entries.push_back({entry->d_name, entry->d_type});
+        }
     }
     if (errno != 0) throwErrno("cannot list " + directory.path());
     return entries;
 }
 
-void walkTree(const HeldDirectory& root, const OnDirectory& onDirectory,
-              const OnUnlisted& onUnlisted) {
+void walk(const HeldDirectory& root, Keep keep, const OnDirectory& onDirectory,
+          const OnUnlisted& onUnlisted) {
     Descent descent(root);
     std::vector<std::string> waiting = {""};
     while (!waiting.empty()) {
@@ -34,21 +40,30 @@ void walkTree(const HeldDirectory& root, const OnDirectory& onDirectory,
         HeldDirectory directory = descent.open(relative);
         std::vector<Entry> entries;
         try {
-            entries = listDirectory(directory);
+            entries = list(directory, keep);
         } catch (const std::system_error& error) {
             onUnlisted(relative, error.code().value());
             continue;
         }
         onDirectory({relative, directory, entries});
         for (const Entry& entry : entries) {
-            if (entry.type == DT_DIR && !entry.name.starts_with(names::kOwnPrefix))
+            if (entry.type == DT_DIR && !isOwn(entry.name))
                 waiting.push_back(relative + "/" + entry.name);
         }
     }
 }
 
-void walkTree(const HeldDirectory& root, const OnDirectory& onDirectory) {
-    walkTree(root, onDirectory, [&root](const std::string& relative, int error) {
+}  // namespace
+
+std::vector<Entry> listDirectory(HeldDirectory& directory) { return list(directory, Keep::kAll); }
+
+void walkTree(const HeldDirectory& root, const OnDirectory& onDirectory,
+              const OnUnlisted& onUnlisted) {
+    walk(root, Keep::kAll, onDirectory, onUnlisted);
+}
+
+void walkTree(const HeldDirectory& root, const OnDirectory& onDirectory, Keep keep) {
+    walk(root, keep, onDirectory, [&root](const std::string& relative, int error) {
         throwIfError(-error, "cannot list " + root.path() + relative);
     });
 }

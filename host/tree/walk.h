@@ -17,11 +17,14 @@ struct Entry {
 /// std::system_error.
 [[nodiscard]] std::vector<Entry> listDirectory(files::HeldDirectory& directory);
 
+/// Which entries a walk keeps in memory: of a directory with a million files that matters.
+enum class Keep { kAll, kDirectoriesAndOwnNames };
+
 /// One directory on the way through a tree.
 struct Visit {
     const std::string& relative;  ///< to the tree's root: empty for the root itself, else "/a/b"
     const files::HeldDirectory& directory;
-    const std::vector<Entry>& entries;
+    const std::vector<Entry>& entries;  ///< those that the walk keeps
 };
 using OnDirectory = std::function<void(const Visit&)>;
 /// Told of a directory that cannot be listed, with the error number; the walk goes on.
@@ -34,6 +37,7 @@ using OnUnlisted = std::function<void(const std::string& relative, int error)>;
 void walkTree(const files::HeldDirectory& root, const OnDirectory& onDirectory,
               const OnUnlisted& onUnlisted);
 /// As above; throws std::system_error at the first directory that cannot be listed.
-void walkTree(const files::HeldDirectory& root, const OnDirectory& onDirectory);
+void walkTree(const files::HeldDirectory& root, const OnDirectory& onDirectory,
+              Keep keep = Keep::kAll);
 
 }  // namespace host

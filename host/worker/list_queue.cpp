@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <string_view>
+#include <unordered_map>
 
 #include "tree/descent.h"
 #include "tree/names.h"
@@ -30,14 +32,19 @@ uint32_t readNumber(const HeldDirectory& directory) {
 
 }  // namespace
 
-ListQueue::ListQueue(const HeldDirectory& plain, const HeldDirectory& source) : source_(source) {
-    Descent descent(source);
+ListQueue::ListQueue(const HeldDirectory& plain, const HeldDirectory& source,
+                     const std::vector<ListPlace>& lists)
+    : source_(source) {
+    // A walk goes the other way: a directory first, and then its last subdirectory.
+    if (&plain == &source) {
+        waiting_.assign(lists.rbegin(), lists.rend());
+        return;
+    }
+    std::unordered_map<std::string_view, const ListPlace*> places;
+    for (const ListPlace& place : lists) places.emplace(place.relative, &place);
     const auto enter = [&](const Visit& visit) {
-        const ProcessFile list = loadProcessFile(descent.open(visit.relative));
-        const auto entries = static_cast<uint32_t>(list.entries.size());
-        if (entries == 0) return;
-        // The walk goes the other way: a directory first, and then its last subdirectory.
-        waiting_.push_front({visit.relative, std::min(list.number, entries), entries});
+        const auto found = places.find(visit.relative);
+        if (found != places.end()) waiting_.push_front(*found->second);
     };
     walkTree(plain, enter, [](const std::string&, int) {});
 }
@@ -46,7 +53,7 @@ void ListQueue::skipFinished() {
     struct stat status {};
     while (!waiting_.empty() &&
            !source_.openBelow(waiting_.front().relative).look(kList, &status)) {
-        finished_ += waiting_.front().entries - waiting_.front().first;
+        finished_ += waiting_.front().entries - waiting_.front().number;
         waiting_.pop_front();
     }
 }
@@ -54,10 +61,10 @@ void ListQueue::skipFinished() {
 uint64_t ListQueue::filesDone() {
     skipFinished();
     if (waiting_.empty()) return finished_;
-    const Place& place = waiting_.front();
+    const ListPlace& place = waiting_.front();
     const HeldDirectory directory = source_.openBelow(place.relative);
     const uint32_t number = std::min(readNumber(directory), place.entries);
-    return finished_ + number - std::min(number, place.first);
+    return finished_ + number - std::min(number, place.number);
 }
 
 std::string ListQueue::nextFile() {
@@ -65,7 +72,9 @@ std::string ListQueue::nextFile() {
     if (waiting_.empty()) return "";
     const HeldDirectory directory = source_.openBelow(waiting_.front().relative);
     const ProcessFile list = loadProcessFile(directory);
-    return list.number < list.entries.size() ? directory.pathOf(list.entries[list.number]) : "";
+    return list.number < list.entries.size()
+               ? directory.pathOf(std::string(list.entries[list.number]))
+               : "";
 }
 
 }  // namespace host

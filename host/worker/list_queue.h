@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <vector>
 
 #include "files/held_directory.h"
+#include "worker/lists.h"
 
 namespace host {
 
@@ -12,9 +14,11 @@ namespace host {
 /// tree: subdirectories before the files beside them. Tells how far it is without counting all.
 class ListQueue {
   public:
-    /// Walks the plain tree once. A directory that cannot be listed is passed over. `source`, one
-    /// of the two roots, outlives this object.
-    ListQueue(const files::HeldDirectory& plain, const files::HeldDirectory& source);
+    /// `lists` are those of `source` in the order of a walk over it. If that is not the plain tree,
+    /// that one is walked for its order; a directory that cannot be listed is passed over.
+    /// `source`, one of the two roots, outlives this object.
+    ListQueue(const files::HeldDirectory& plain, const files::HeldDirectory& source,
+              const std::vector<ListPlace>& lists);
 
     /// Files dealt with since the construction; looks at the first lists alone.
     [[nodiscard]] uint64_t filesDone();
@@ -23,18 +27,12 @@ class ListQueue {
     [[nodiscard]] std::string nextFile();
 
   private:
-    struct Place {
-        std::string relative;  ///< the directory
-        uint32_t first = 0;    ///< entries that were dealt with before
-        uint32_t entries = 0;
-    };
-
     /// Takes the lists off that are no longer there.
     void skipFinished();
 
     const files::HeldDirectory& source_;
-    std::deque<Place> waiting_;
-    uint64_t finished_ = 0;  ///< files in the lists that were taken off
+    std::deque<ListPlace> waiting_;  ///< as they were at the construction
+    uint64_t finished_ = 0;          ///< files in the lists that were taken off
 };
 
 }  // namespace host
