@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <android-base/file.h>
@@ -53,7 +54,7 @@ double secondsOf(const timeval& time) {
 }
 
 // Nothing to read, and nobody reads what it writes.
-Usage run(const std::vector<std::string>& command) {
+Usage run(const std::vector<std::string>& command, int expectedExit = EXIT_SUCCESS) {
     std::vector<char*> words(command.size() + 1);  // the last one stays null
     std::transform(command.begin(), command.end(), words.begin(),
                    [](const std::string& word) { return const_cast<char*>(word.c_str()); });
@@ -69,7 +70,10 @@ Usage run(const std::vector<std::string>& command) {
     }
     int status = 0;
     rusage usage = {};
-    if (wait4(pid, &status, 0, &usage) != pid || status != 0) fail(command[0]);
+    if (wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) ||
+        WEXITSTATUS(status) != expectedExit) {
+        fail(command[0]);
+    }
     return {std::chrono::duration<double>(Clock::now() - start).count(),
             secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime),
             static_cast<double>(usage.ru_maxrss) * 1024};
@@ -193,6 +197,58 @@ void measureEntries(benchmark::State& state, const fs::path& root, bool isScan) 
     fs::remove_all(encrypted(root));
 }
 
+Usage runVaultctl(const fs::path& root, std::vector<std::string> words, int expectedExit) {
+    words.insert(words.begin(), programBeside("vaultctl"));
+    words.insert(words.end(), {"--allow-plain", "--quiet", root});
+    return run(words, expectedExit);
+}
+
+// A whole job of the host beside the scan and the move that it consists of.
+void compareHost(benchmark::State& state, const fs::path& root) {
+    constexpr int kFiles = 20000;
+    Usage host;
+    Usage scan;
+    Usage move;
+    for ([[maybe_unused]] auto _ : state) {
+        makeTree(root, kFiles, 4096);
+        host = runVaultctl(root, {"encrypt"}, EXIT_SUCCESS);
+        makeTree(root, kFiles, 4096);
+        scan = runWorker(kScan, root);
+        move = runWorker(kEncrypt, root);
+        state.SetIterationTime(host.seconds);
+    }
+    const double bare = scan.seconds + move.seconds;
+    state.counters["host_s"] = host.seconds;
+    state.counters["bare_s"] = bare;
+    state.counters["host_ratio"] = host.seconds / bare;
+    state.counters["host_bytes"] = host.peakMemory;
+    fs::remove_all(root);
+    fs::remove_all(encrypted(root));
+}
+
+// What the host does before the first file moves, in a directory with a million: it looks, or
+// prepares a job, whose move then fails at once.
+void measureHost(benchmark::State& state, const fs::path& root, bool onlyLooks) {
+    constexpr int kFiles = 1000000;
+    constexpr int kFailed = 1;
+    const fs::path scanner = root.native() + "-scanner";
+    std::ofstream(scanner) << "#!/bin/sh\n[ $2 = 0 ] && exec '" << programBeside("VaultMover")
+                           << "' \"$@\"\nexit 1\n";
+    fs::permissions(scanner, fs::perms::owner_all);
+    for ([[maybe_unused]] auto _ : state) {
+        makeTree(root, kFiles, 0);
+        const Usage usage = onlyLooks
+                                ? runVaultctl(root, {"check", "encrypt"}, EXIT_SUCCESS)
+                                : runVaultctl(root, {"encrypt", "--worker", scanner}, kFailed);
+        state.SetIterationTime(usage.seconds);
+        state.counters["host_s"] = usage.seconds;
+        state.counters["host_bytes"] = usage.peakMemory;
+    }
+    fs::remove(scanner);
+    fs::remove_all(root);
+    fs::remove_all(encrypted(root));
+}
+
 void addBenchmarks(const fs::path& memory, const fs::path& disk) {
     const std::vector<Tree> trees = {
         {"4 KiB x 20000 in memory", memory / "tree", 20000, 4096},
@@ -219,6 +275,19 @@ void addBenchmarks(const fs::path& memory, const fs::path& disk) {
                 ->Iterations(1)
                 ->UseManualTime();
         }
+    }
+    const std::pair<const char*, void (*)(benchmark::State&, const fs::path&)> hosts[] = {
+        {"encrypt, 4 KiB x 20000 in memory", compareHost},
+        {"check, 1000000 files",
+         [](benchmark::State& state, const fs::path& root) { measureHost(state, root, true); }},
+        {"preparation, 1000000 files",
+         [](benchmark::State& state, const fs::path& root) { measureHost(state, root, false); }}};
+    for (const auto& [name, measure] : hosts) {
+        benchmark::RegisterBenchmark(
+            name,
+            [=, measure = measure](benchmark::State& state) { measure(state, memory / "host"); })
+            ->Iterations(1)
+            ->UseManualTime();
     }
     for (const bool isScan : {true, false}) {
         const auto measure = [=](benchmark::State& state) {
