@@ -1,5 +1,6 @@
 #include "engine/file_mover.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -34,6 +35,18 @@ struct FileMover::Look {
 };
 
 namespace {
+
+// What a moved file is until the host gives it more. The umask is taken off here, because the
+// kernel leaves that to the access control list which a directory may hand down, and its owner
+// could let himself in by one.
+mode_t modeOfCopies() {
+    static const mode_t mode = [] {
+        const mode_t mask = umask(0);
+        (void)umask(mask);  // cannot fail
+        return 0666 & ~mask;
+    }();
+    return mode;
+}
 
 bool syncDirectory(const HeldDirectory& directory, int& error) {
     if (directory.sync()) return true;
@@ -135,7 +148,7 @@ FileMover::Result FileMover::commit(const Names& names, const Look& base, int& e
 unique_fd FileMover::createIntermediate(const Names& names, const Look& stash, int& error) {
     if (stash.isLink()) (void)target_.remove(names.stash);  // the rename onto what stays tells
     DEBUG_LOG() << "create file: " << target_.pathOf(names.intermediate);
-    unique_fd intermediate = target_.createFile(names.intermediate, 0666);
+    unique_fd intermediate = target_.createFile(names.intermediate, modeOfCopies());
     if (!intermediate.ok()) {
         error = -errno;
         PLOG(ERROR) << "Fail to create file " << target_.pathOf(names.intermediate);
