@@ -21,6 +21,13 @@ unique_fd openAgain(int parent, const std::string& name, int flags, mode_t mode 
         static_cast<int>(TEMP_FAILURE_RETRY(openat(parent, name.c_str(), flags, mode))));
 }
 
+// Times of access are to be what they were: where it may, a reading leaves none. Whoever is neither
+// root nor the owner may not.
+unique_fd openUnseen(int parent, const std::string& name, int flags) {
+    unique_fd opened = openAgain(parent, name, flags | O_NOATIME);
+    return opened.ok() || errno != EPERM ? std::move(opened) : openAgain(parent, name, flags);
+}
+
 bool isDotEntry(std::string_view name) { return name == "." || name == ".."; }
 
 int refusalOf(mode_t mode) { return S_ISDIR(mode) ? EISDIR : EINVAL; }
@@ -49,7 +56,7 @@ HeldDirectory HeldDirectory::open(int parent, const std::string& name, int flags
     HeldDirectory directory;
     directory.path_ = path;
     flags |= O_DIRECTORY | O_CLOEXEC;
-    directory.fd_ = openAgain(parent, name, O_RDONLY | flags);
+    directory.fd_ = openUnseen(parent, name, O_RDONLY | flags);
     if (!directory.fd_.ok() && errno == EACCES) {
         directory.canBeListed_ = false;
         directory.fd_ = openAgain(parent, name, O_PATH | flags);
@@ -100,7 +107,12 @@ unique_fd HeldDirectory::openFile(const std::string& name, int flags, mode_t mod
 }
 
 unique_fd HeldDirectory::openAny(const std::string& name) const {
-    return openFile(name, O_RDONLY, 0);
+    if (!canUse(name)) return {};
+    return openUnseen(descriptor(), name, O_RDONLY | kFileFlags);
+}
+
+unique_fd HeldDirectory::openPlace(const std::string& name) const {
+    return openFile(name, O_PATH, 0);
 }
 
 unique_fd HeldDirectory::openForReading(const std::string& name, struct stat* status) const {
@@ -151,6 +163,10 @@ bool HeldDirectory::remove(const std::string& name) const {
 
 bool HeldDirectory::makeChild(const std::string& name, mode_t mode) const {
     return canUse(name) && mkdirat(descriptor(), name.c_str(), mode) == 0;
+}
+
+bool HeldDirectory::makeLink(const std::string& text, const std::string& name) const {
+    return canUse(name) && symlinkat(text.c_str(), descriptor(), name.c_str()) == 0;
 }
 
 bool HeldDirectory::removeChild(const std::string& name) const {

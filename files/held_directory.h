@@ -23,7 +23,8 @@ namespace files {
 /// A name is one component: an empty one, ".", ".." and one with a slash are refused with EINVAL.
 /// Operations that can fail return false, or an empty handle, with errno set. A directory that
 /// could not be opened fails each of them with the errno of its opening. Opens are repeated when a
-/// signal interrupts them. For one thread.
+/// signal interrupts them. Listing and reading leave no time of access, where this user is root or
+/// the owner. For one thread.
 class HeldDirectory {
   public:
     /// Holds nothing: every operation fails with EBADF.
@@ -59,6 +60,10 @@ class HeldDirectory {
     /// still to be asked of the descriptor.
     [[nodiscard]] android::base::unique_fd openAny(const std::string& name) const;
 
+    /// Holds what stands at `name`, a link itself too, without opening it: it can be asked what it
+    /// is and be given an owner and times, by calls that take AT_EMPTY_PATH.
+    [[nodiscard]] android::base::unique_fd openPlace(const std::string& name) const;
+
     /// Opens the regular file `name` for reading and says what it is. Anything else is refused: a
     /// link with ELOOP, a directory with EISDIR, the rest with EINVAL.
     [[nodiscard]] android::base::unique_fd openForReading(const std::string& name,
@@ -81,6 +86,9 @@ class HeldDirectory {
 
     /// Makes a subdirectory, or fails with EEXIST.
     [[nodiscard]] bool makeChild(const std::string& name, mode_t mode) const;
+
+    /// Makes a symbolic link `name` that says `text`, or fails with EEXIST.
+    [[nodiscard]] bool makeLink(const std::string& text, const std::string& name) const;
 
     /// Removes a subdirectory that is empty.
     [[nodiscard]] bool removeChild(const std::string& name) const;
