@@ -193,6 +193,8 @@ class CommandLine {
                          "accept a DIR_enc that is not on an eCryptfs mount: nothing is encrypted");
         command.add_flag("--replace", arguments_.job.preflight.replace,
                          "overwrite files of the same name in the target");
+        command.add_flag("--drop-attributes", arguments_.job.preflight.dropAttributes,
+                         "leave behind attributes that the target does not take");
         command.callback([this, direction] { arguments_.job.direction = direction; });
     }
 

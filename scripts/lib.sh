@@ -4,11 +4,12 @@
 # Packages for the build itself; scripts add their own.
 # shellcheck disable=SC2034 # used by the scripts that source this
 readonly BUILD_PACKAGES=(
-    g++ cmake ninja-build android-libbase-dev libcli11-dev libfmt-dev nlohmann-json3-dev)
+    g++ cmake ninja-build android-libbase-dev libcli11-dev libfmt-dev libssl-dev nlohmann-json3-dev)
 
 # What a cross build for 64-bit Arm needs besides.
 # shellcheck disable=SC2034
-readonly ARM64_PACKAGES=(g++-aarch64-linux-gnu android-libbase-dev:arm64 libfmt-dev:arm64)
+readonly ARM64_PACKAGES=(
+    g++-aarch64-linux-gnu android-libbase-dev:arm64 libfmt-dev:arm64 libssl-dev:arm64)
 
 as_root() {
     if ((EUID == 0)); then "$@"; else sudo "$@"; fi

@@ -18,7 +18,7 @@ _vaultctl() {
     fi
     if [[ $cur == -* ]]; then
         local options='--worker= --verbose --quiet --json --help --version'
-        [[ $command != encrypt && $command != decrypt ]] || options+=' --allow-plain --replace'
+        [[ $command != encrypt && $command != decrypt ]] || options+=' --allow-plain --replace --drop-attributes'
         [[ $command != repair ]] || options+=' --as-it-is'
         [[ $command != forget ]] || options+=' --yes'
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")

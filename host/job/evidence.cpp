@@ -9,6 +9,7 @@
 
 #include "end/job_end.h"
 #include "end/throw_errno.h"
+#include "files/durable_file.h"
 #include "say/command_text.h"
 #include "say/report.h"
 #include "tree/descent.h"
@@ -69,8 +70,12 @@ void discardPreparation(const HeldTree& tree, const JobRecord& record) {
     if (record.looked) {
         removeLists(source);
         putBackTimes(tree, record);
+        removeEvidence(tree);
+    } else {
+        // Whatever else is there belongs to a job that has lost its record.
+        removeDurably(tree.plain, files::DurableFile::replacementOf(std::string(names::kManifest)));
+        removeDurably(tree.plain, names::kJobRecord);
     }
-    removeEvidence(tree);
     (void)putBackTime(record.rootTime, source.descriptor());  // Only the record knew it.
 }
 

@@ -10,6 +10,7 @@
 
 #include "end/job_end.h"
 #include "job/evidence.h"
+#include "job/links.h"
 #include "job/restore.h"
 #include "say/command_text.h"
 #include "say/text.h"
@@ -23,11 +24,12 @@ namespace {
 /// To ask for a stop is a system call.
 constexpr uint64_t kRecordsBetweenStops = 100;
 
-std::vector<std::string> regularFilesIn(const files::HeldDirectory& root) {
+std::vector<std::string> leftIn(const files::HeldDirectory& root) {
     std::vector<std::string> files;
     walkTree(root, [&](const Visit& visit) {
         for (const Entry& entry : visit.entries) {
-            if (entry.type == DT_REG && !entry.name.starts_with(names::kOwnPrefix)) {
+            const bool moves = entry.type == DT_REG || entry.type == DT_LNK;
+            if (moves && !entry.name.starts_with(names::kOwnPrefix)) {
                 files.push_back(visit.directory.pathOf(entry.name));
             }
         }
@@ -55,9 +57,15 @@ void restore(const JobContext& job, JobRecord& record) {
     record.state = JobState::kRestoring;
     storeRecord(job.held.plain, record);
     uint64_t records = 0;
-    const Restored restored = restoreMetadata(manifest, job.source(), job.target(), [&] {
+    const auto stopCheck = [&] {
         if (++records % kRecordsBetweenStops == 0) throwIfStopped(job);
-    });
+    };
+    Restored restored;
+    // Before the times of the directories that they are in.
+    if (manifest.namesLinks()) {
+        moveLinks(manifest, job.source(), job.target(), stopCheck, restored);
+    }
+    restoreMetadata(manifest, job.source(), job.target(), stopCheck, restored);
     // Modes and times, and the deletion of the lists, must be on the disks before the manifest
     // goes. Of everything, because a sync of a stacked file system alone does not reach the one
     // below it; but that one reports nothing. A file system that has met a failing write refuses
@@ -80,7 +88,7 @@ void restore(const JobContext& job, JobRecord& record) {
 
 void finishJob(const JobContext& job, JobRecord& record) {
     if (record.state != JobState::kClosing) restore(job, record);
-    const std::vector<std::string> left = regularFilesIn(job.source());
+    const std::vector<std::string> left = leftIn(job.source());
     if (!left.empty()) {
         job.report.problem("left", {{"paths", left}},
                            fmt::format("{} still in the source:{}", counted(left.size(), "file"),

@@ -17,7 +17,7 @@ struct JobOptions {
 
     /// What a named command repeats.
     [[nodiscard]] CommandOptions named() const {
-        return {preflight.allowPlain, preflight.replace, givenWorker};
+        return {preflight.allowPlain, preflight.replace, preflight.dropAttributes, givenWorker};
     }
 };
 

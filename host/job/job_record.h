@@ -31,10 +31,11 @@ struct JobRecord {
     std::string id;  ///< random; also in the mark in the encrypted root, and in the manifest
     Direction direction = Direction::kEncrypt;
     JobState state = JobState::kPreparing;
-    bool looked = false;   ///< all that could refuse the job was looked for: lists may be its own
+    bool looked = false;   ///< what could refuse the job was looked for: lists may be its own
     bool plain = false;    ///< begun where the target is no eCryptfs mount
     bool replace = false;  ///< begun with --replace: files in the target may be overwritten
-    bool metadata = true;  ///< there is a manifest of it to put back
+    bool dropAttributes = false;  ///< begun with --drop-attributes: some may be left behind
+    bool metadata = true;         ///< there is a manifest of it to put back
     uint64_t files = 0;
     uint64_t bytes = 0;      ///< the scan's total: sizes and name lengths
     uint64_t nameBytes = 0;  ///< the name lengths in that

@@ -8,6 +8,7 @@
 #include "job/evidence.h"
 #include "look/name_trial.h"
 #include "look/preflight.h"
+#include "look/target_trial.h"
 #include "say/failure_text.h"
 #include "say/finding_texts.h"
 #include "tree/descent.h"
@@ -45,11 +46,12 @@ void takeFindings(const JobContext& job, const Preflight& found, const std::stri
 /// Looks at both trees, and writes down what the source is like. Throws JobEnd (refused).
 Preflight look(const JobContext& job, JobRecord& record) {
     std::optional<ManifestWriter> manifest;
-    timespec plainTime{};
+    TargetTrial trial(job.source(), job.target(), record.dropAttributes);
+    timespec targetTime{};
     const Onlooker onlooker = {
         .begin =
             [&] {
-                plainTime = timeOf(job.held.plain);
+                targetTime = timeOf(job.target());
                 storeRecord(job.held.plain, record);
                 (void)loadRecord(job.held.plain);  // As a restart will, before anything needs it.
                 manifest.emplace(job.held.plain,
@@ -59,15 +61,17 @@ Preflight look(const JobContext& job, JobRecord& record) {
         .each =
             [&](Metadata metadata) {
                 if (metadata.relative.empty()) metadata.modified = record.rootTime;
+                trial.judge(metadata);
                 manifest->add(metadata);
             }};
     Preflight found =
         inspect(job.held, job.options.direction, job.options.preflight, std::nullopt, onlooker);
+    found.merge(trial.finish());
     if (found.refused() && manifest) {
         manifest.reset();
         discardPreparation(job.held, record);
         // One that belongs to somebody else has kept its time or lost it.
-        (void)putBackTime(plainTime, job.held.plain.descriptor());
+        (void)putBackTime(targetTime, job.target().descriptor());
     }
     takeFindings(job, found, "touched");
     record.looked = true;
@@ -137,6 +141,7 @@ Pending prepareJob(const JobContext& job, const std::optional<JobRecord>& abando
     record = newRecord(job.options.direction);
     record.plain = !isOnEcryptfs(job.held.encrypted);
     record.replace = job.options.preflight.replace;
+    record.dropAttributes = job.options.preflight.dropAttributes;
     if (abandoned) discardPreparation(job.held, *abandoned);
     const std::string source = job.source().path();
     job.report.say("preparing", {{"source", source}}, "Looking through " + printable(source));
@@ -147,6 +152,7 @@ Pending prepareJob(const JobContext& job, const std::optional<JobRecord>& abando
     Pending pending = makeListsSafe(job.source(), job.target(), [&job] { job.throwIfStopped(); });
     pending.bytes = record.bytes;
     pending.largest = found.largest;
+    pending.added = found.addedBytes();
     record.files = pending.files;
     record.nameBytes = pending.nameBytes;
     hide(job, record);

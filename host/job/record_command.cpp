@@ -6,7 +6,8 @@ namespace host {
 
 std::string commandOf(const JobRecord& record, const std::string& plain,
                       const std::string& givenWorker) {
-    return commandFor(record.direction, plain, {record.plain, record.replace, givenWorker});
+    return commandFor(record.direction, plain,
+                      {record.plain, record.replace, record.dropAttributes, givenWorker});
 }
 
 }  // namespace host

@@ -39,6 +39,23 @@ Misfit misfitOf(const SurveyedDirectory& directory, const SurveyedFile& file) {
     return {source, "not-listed", "is still to be moved but on no list any more"};
 }
 
+bool fits(const SurveyedLink& link) {
+    return link.fate == Fate::kWaits || link.fate == Fate::kArrived;
+}
+
+Misfit misfitOf(const SurveyedDirectory& directory, const SurveyedLink& link) {
+    const std::string source = directory.source.pathOf(link.name);
+    if (link.fate == Fate::kNameTaken) {
+        return {directory.target.pathOf(link.name), "other-kind-on-target",
+                "has come into the target, where a symbolic link belongs"};
+    }
+    if (link.fate == Fate::kGone) {
+        return {source, "gone",
+                "is a symbolic link that was to be moved and is in neither tree now"};
+    }
+    return {source, "changed", "is not the symbolic link that it was when the move began"};
+}
+
 bool fits(const SurveyedFile& file) {
     if (file.listed) return file.fate == Fate::kWaits || file.fate == Fate::kArrived;
     // One that has gone after it had arrived is missed at the end.
@@ -61,6 +78,9 @@ void refuseWhatDoesNotFit(const JobContext& job, const JobRecord& record) {
     survey(manifest, job.source(), job.target(), replace, [&](const SurveyedDirectory& directory) {
         for (const SurveyedFile& file : directory.files) {
             if (!fits(file)) refuse(misfitOf(directory, file));
+        }
+        for (const SurveyedLink& link : directory.links) {
+            if (!fits(link)) refuse(misfitOf(directory, link));
         }
         for (const std::string& name : directory.unknown) {
             refuse({directory.source.pathOf(name), "unknown",

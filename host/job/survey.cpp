@@ -8,6 +8,7 @@
 
 #include "end/throw_errno.h"
 #include "tree/descent.h"
+#include "tree/held_link.h"
 #include "tree/same_bytes.h"
 #include "worker/lists.h"
 
@@ -44,6 +45,20 @@ class Judge {
   public:
     Judge(SurveyedDirectory& directory, bool replace) : at_(directory), replace_(replace) {
         for (const SurveyedFile& file : at_.files) known_[file.name] = &file.metadata;
+        for (const SurveyedLink& link : at_.links) links_.insert(link.name);
+    }
+
+    void judge(SurveyedLink& link) const {
+        const HeldLink source(at_.source, link.name);
+        const HeldLink target(at_.target, link.name);
+        link.inSource = source.error() == 0 || source.error() == EINVAL;
+        if (isSameLink(target, link.metadata.text)) {
+            link.fate = Fate::kArrived;
+        } else if (isSameLink(source, link.metadata.text)) {
+            link.fate = isNothing(target) || isCopy(link) ? Fate::kWaits : Fate::kNameTaken;
+        } else {
+            link.fate = link.inSource ? Fate::kChanged : Fate::kGone;
+        }
     }
 
     void judge(SurveyedFile& file) {
@@ -51,7 +66,8 @@ class Judge {
         const auto target =
             isCopyOfAnother(file, source.there) ? Found() : lookAt(at_.target, file.name);
         const std::string dotted = "." + file.name;
-        const auto copy = isMovedFile(dotted) ? Found() : lookAt(at_.target, dotted);
+        const auto copy =
+            isMovedFile(dotted) || isMovedLink(dotted) ? Found() : lookAt(at_.target, dotted);
         file.inSource = source.there;
         if (!file.listed && hasItsSize(target, file.metadata)) {
             file.fate = Fate::kArrived;
@@ -69,6 +85,18 @@ class Judge {
     /// A user's own file .N, which leaves the source only after N has been dealt with.
     bool isMovedFile(const std::string& dotted) {
         return known_.contains(dotted) && !lookAt(at_.source, dotted).there;
+    }
+
+    /// A link .N that is over already, while a list has come back; it would be made again.
+    bool isMovedLink(const std::string& dotted) {
+        return links_.contains(dotted) && S_ISLNK(lookAt(at_.target, dotted).status.st_mode);
+    }
+
+    static bool isNothing(const HeldLink& link) { return link.error() == ENOENT; }
+
+    /// What stands under the name of a link .N may be the copy of a file N on its way.
+    bool isCopy(const SurveyedLink& link) const {
+        return link.name.front() == '.' && known_.contains(link.name.substr(1));
     }
 
     /// What stands under the name of a user's own file .N while that is still in the source is the
@@ -104,6 +132,7 @@ class Judge {
     SurveyedDirectory& at_;
     bool replace_;
     std::unordered_map<std::string, const Metadata*> known_;
+    std::unordered_set<std::string> links_;
 };
 
 /// Compares the list with the files that the manifest names.
@@ -127,22 +156,29 @@ void survey(Manifest& manifest, const HeldDirectory& source, const HeldDirectory
     Descent targets(target);
     std::optional<Metadata> directory;
     std::vector<SurveyedFile> files;
+    std::vector<SurveyedLink> links;
     const auto lookAtFiles = [&] {
         if (!directory) return;
         const HeldDirectory from = sources.open(directory->relative);
         const HeldDirectory to = targets.open(directory->relative);
-        SurveyedDirectory surveyed{*directory, from, to, std::exchange(files, {}), {}, false};
+        SurveyedDirectory surveyed{
+            *directory, from, to, std::exchange(files, {}), std::exchange(links, {}), {}, false};
         if (from.isOpen()) takeList(surveyed);
         Judge judge(surveyed, replace);
         for (SurveyedFile& file : surveyed.files) judge.judge(file);
+        for (SurveyedLink& link : surveyed.links) judge.judge(link);
         each(surveyed);
     };
     manifest.forEach([&](const Metadata& metadata) {
         if (metadata.directory) {
             lookAtFiles();
             directory = metadata;
+            return;
+        }
+        const std::string name = metadata.relative.substr(metadata.relative.rfind('/') + 1);
+        if (metadata.link) {
+            links.push_back({.metadata = metadata, .name = name});
         } else {
-            const std::string name = metadata.relative.substr(metadata.relative.rfind('/') + 1);
             files.push_back({.metadata = metadata, .name = name});
         }
     });

@@ -27,12 +27,21 @@ struct SurveyedFile {
     Fate fate = Fate::kGone;
 };
 
-/// One directory that the manifest names, with its files.
+/// A symbolic link of the job. It has arrived when it is in the target, wherever else it is.
+struct SurveyedLink {
+    Metadata metadata;
+    std::string name;
+    bool inSource = false;  ///< something is there under its name
+    Fate fate = Fate::kGone;
+};
+
+/// One directory that the manifest names, with its files and links.
 struct SurveyedDirectory {
     Metadata metadata;
     const files::HeldDirectory& source;
     const files::HeldDirectory& target;
     std::vector<SurveyedFile> files;
+    std::vector<SurveyedLink> links;
     std::vector<std::string> unknown;  ///< on the list, but not in the manifest
     bool listDamaged = false;
 };

@@ -30,10 +30,13 @@ enum class Finding {
     kUnfinishedAbove,
     kInBothTrees,
     kNoSpace,
+    kLinkNotTaken,
+    kAttribute,
     // From here on: told, no reason to refuse.
-    kSymbolicLink,
+    kAttributeDropped,
     kSpecialFile,
     kHardLink,
+    kHoles,
     kOwnName,
     kMaybeNoSpace,
 };
@@ -44,9 +47,15 @@ struct Preflight {
     uint64_t files = 0;
     uint64_t bytes = 0;
     uint64_t largest = 0;
+    uint64_t links = 0;                                    ///< symbolic ones
     std::map<Finding, std::vector<std::string>> findings;  ///< full paths
+    std::map<Finding, uint64_t> added;                     ///< bytes that moving these takes more
+    std::map<std::string, std::string> attributes;         ///< by path, what is not taken of it
 
     [[nodiscard]] bool refused() const;
+    [[nodiscard]] uint64_t addedBytes() const;
+    /// Takes over what `other` has found.
+    void merge(Preflight other);
 };
 
 }  // namespace host

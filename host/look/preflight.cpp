@@ -16,8 +16,11 @@
 #include <vector>
 
 #include "look/owners.h"
+#include "tree/added_bytes.h"
 #include "tree/descent.h"
+#include "tree/description.h"
 #include "tree/file_system.h"
+#include "tree/held_link.h"
 #include "tree/lock.h"
 #include "tree/names.h"
 #include "tree/overlap.h"
@@ -96,6 +99,11 @@ class Inspector {
         result_.findings[finding].push_back(path);
     }
 
+    void foundAdding(Finding finding, const std::string& path, uint64_t bytes) {
+        found(finding, path);
+        result_.added[finding] += bytes;
+    }
+
     void lookAtRoots(const HeldTree& tree) {
         if (!tree.encrypted.isOpen()) {
             found(Finding::kTargetMissing, tree.encrypted.path());
@@ -142,7 +150,7 @@ class Inspector {
             found(Finding::kDirectoryUnusable, visit.directory.path());
         } else {
             lookAtOwner(status, visit.directory, "");
-            tell(metadataOf(status, visit.relative));
+            if (begun_) onlooker_.each(describeDirectory(visit.directory, visit.relative));
         }
         lookAtTypes(visit.entries, visit.directory.path());
         const bool targetIsEmpty = lookAtTargetDirectory(target);
@@ -162,15 +170,12 @@ class Inspector {
                     !subdirectories.empty() && subdirectories.contains("." + entry.name);
                 if (besideDotted) found(Finding::kDottedDirectory, pair.source.pathOf(entry.name));
                 lookAtFile(entry.name, pair);
+            } else if (entry.type == DT_LNK) {
+                lookAtLink(entry.name, pair);
             } else {
-                found(entry.type == DT_LNK ? Finding::kSymbolicLink : Finding::kSpecialFile,
-                      pair.source.pathOf(entry.name));
+                found(Finding::kSpecialFile, pair.source.pathOf(entry.name));
             }
         }
-    }
-
-    void tell(Metadata metadata) {
-        if (begun_ && onlooker_.each) onlooker_.each(std::move(metadata));
     }
 
     /// One entry without a type stands for the whole file system.
@@ -248,6 +253,24 @@ class Inspector {
         }
     }
 
+    void lookAtLink(const std::string& name, const Pair& pair) {
+        const std::string path = pair.source.pathOf(name);
+        if (name.size() > longestName_) found(Finding::kNameTooLong, path);
+        struct stat status {};
+        if (!pair.source.look(name, &status)) return found(Finding::kUnreadable, path);
+        lookAtOwner(status, pair.source, name);
+        ++result_.links;
+        if (begun_) {
+            onlooker_.each(describeLink(pair.source, name, pair.visit.relative + "/" + name));
+        }
+        if (pair.targetIsEmpty) return;
+        // The same link is one that could not be removed here after it had been made there.
+        if (kindAt(pair.target, name) != 0 &&
+            !isSameLink(HeldLink(pair.target, name), HeldLink(pair.source, name).text())) {
+            found(Finding::kOtherKindOnTarget, pair.target.pathOf(name));
+        }
+    }
+
     static bool isTwin(const std::string& name, const Pair& pair) {
         try {
             return sameBytes(pair.source, name, pair.target, name);
@@ -276,8 +299,15 @@ class Inspector {
             return found(Finding::kUnreadable, pair.source.pathOf(name));
         }
         lookAtOwner(status, pair.source, name);
-        if (status.st_nlink > 1) found(Finding::kHardLink, pair.source.pathOf(name));
-        tell(metadataOf(status, pair.visit.relative + "/" + name));
+        if (status.st_nlink > 1) {
+            foundAdding(Finding::kHardLink, pair.source.pathOf(name), added_.byCopying(status));
+        }
+        const uint64_t filling = AddedBytes::byFilling(status);
+        if (filling != 0) foundAdding(Finding::kHoles, pair.source.pathOf(name), filling);
+        if (begun_) {
+            const std::string relative = pair.visit.relative + "/" + name;
+            onlooker_.each(describeFile(pair.source, name, relative, status));
+        }
         const auto size = static_cast<uint64_t>(status.st_size);
         ++result_.files;
         result_.bytes += size;
@@ -307,9 +337,12 @@ class Inspector {
         const uint64_t free = freeBytes(target_);
         if (needed > free) {
             found(Finding::kNoSpace, target_.path());
-        } else if (result_.bytes > free && !onOneFileSystem(source_, target_)) {
-            found(Finding::kMaybeNoSpace, target_.path());
+            return;
         }
+        // Within one file system every file that has been moved makes room for the next.
+        const bool one = onOneFileSystem(source_, target_);
+        const uint64_t all = one ? needed + result_.addedBytes() : result_.bytes;
+        if (all > free) found(Finding::kMaybeNoSpace, target_.path());
     }
 
     const HeldDirectory& source_;
@@ -321,6 +354,7 @@ class Inspector {
     const HeldDirectory* abandonedLists_;  ///< the root of the tree they lie in, or null
     Owners owners_;
     const uid_t user_ = geteuid();
+    AddedBytes added_;
     size_t longestName_ = NAME_MAX;
     Preflight result_;
 };

@@ -10,7 +10,9 @@
 #include "job/evidence.h"
 #include "job/survey.h"
 #include "tree/descent.h"
+#include "tree/description.h"
 #include "tree/durable.h"
+#include "tree/held_link.h"
 #include "tree/names.h"
 #include "tree/walk.h"
 #include "worker/lists.h"
@@ -52,6 +54,15 @@ bool listIsDamaged(const HeldDirectory& directory) {
     }
 }
 
+/// As it is now, if it is a link; one that cannot be moved stays, and is not asked for.
+void addLink(const SurveyedDirectory& directory, const SurveyedLink& link, ManifestWriter& writer) {
+    if (link.fate == Fate::kArrived || link.fate == Fate::kWaits) return writer.add(link.metadata);
+    const bool isLink = HeldLink(directory.source, link.name).error() == 0;
+    if (link.fate == Fate::kChanged && isLink) {
+        writer.add(describeLink(directory.source, link.name, link.metadata.relative));
+    }
+}
+
 }  // namespace
 
 Rebuilt surveyForRepair(const HeldTree& tree, const JobRecord& record) {
@@ -67,6 +78,11 @@ Rebuilt surveyForRepair(const HeldTree& tree, const JobRecord& record) {
             if (file.fate != Fate::kArrived && file.fate != Fate::kWaits) {
                 ++rebuilt.movedButMissing;
             }
+        }
+        for (const SurveyedLink& link : directory.links) {
+            if (link.inSource) continue;
+            ++rebuilt.moved;
+            if (link.fate != Fate::kArrived) ++rebuilt.movedButMissing;
         }
     });
     return rebuilt;
@@ -102,8 +118,12 @@ void rewriteManifest(const HeldTree& tree, const JobRecord& record) {
                 throwErrno("cannot look at " + directory.source.pathOf(file.name));
             }
             // What has become something else than a file cannot be moved; it is left out.
-            if (S_ISREG(status.st_mode)) writer.add(metadataOf(status, file.metadata.relative));
+            if (S_ISREG(status.st_mode)) {
+                writer.add(
+                    describeFile(directory.source, file.name, file.metadata.relative, status));
+            }
         }
+        for (const SurveyedLink& link : directory.links) addLink(directory, link, writer);
     });
     writer.commit();
 }

@@ -11,6 +11,7 @@ std::string commandFor(Direction direction, const std::string& plain,
     std::string words(toWord(direction));
     if (options.allowPlain) words += " --allow-plain";
     if (options.replace) words += " --replace";
+    if (options.dropAttributes) words += " --drop-attributes";
     if (!options.worker.empty()) words += " --worker " + shellWord(options.worker);
     return commandFor(words, plain);
 }

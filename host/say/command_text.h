@@ -11,6 +11,7 @@ namespace host {
 struct CommandOptions {
     bool allowPlain = false;
     bool replace = false;
+    bool dropAttributes = false;
     std::string worker;  ///< as the person gave it, or empty
 };
 

@@ -23,10 +23,11 @@ constexpr uint64_t kMebibyte = uint64_t{1} << 20;
 uint64_t spaceForOne(const Pending& left) { return left.largest + names::kSpaceReserve; }
 
 /// Bytes that must be free to come to the end. Within one file system every file that has been
-/// moved makes room for the next.
+/// moved makes room for the next, but for what it takes more there.
 uint64_t spaceForAll(const HeldDirectory& source, const HeldDirectory& target,
                      const Pending& left) {
-    return onOneFileSystem(source, target) ? spaceForOne(left) : left.bytes + names::kSpaceReserve;
+    return onOneFileSystem(source, target) ? spaceForOne(left) + left.added
+                                           : left.bytes + names::kSpaceReserve;
 }
 
 std::string freeSome(uint64_t needed, uint64_t free) {

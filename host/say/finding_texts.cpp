@@ -1,9 +1,12 @@
 #include "say/finding_texts.h"
 
 #include <algorithm>
+#include <string>
 #include <string_view>
 
 #include <fmt/format.h>
+
+#include "say/progress.h"
 
 namespace host {
 namespace {
@@ -11,9 +14,7 @@ namespace {
 constexpr size_t kNamesPerFinding = 10;
 
 struct FindingText {
-    // cppcheck-suppress unusedStructMember ; by a structured binding
-    std::string_view code;  ///< for programs
-    // cppcheck-suppress unusedStructMember ; the same
+    std::string_view code;    ///< for programs
     std::string_view reason;  ///< for people, behind the name of the file
 };
 
@@ -57,8 +58,8 @@ FindingText describe(Finding finding) {
             return {"on-target", "is already in the target (--replace overwrites it)"};
         case Finding::kOtherKindOnTarget:
             return {"other-kind-on-target",
-                    "is in the way in the target: a file where a directory belongs, or the other "
-                    "way round"};
+                    "is in the way in the target: a file where a directory belongs, the other way "
+                    "round, or anything but the same link where a link belongs"};
         case Finding::kUnfitName:
             return {"unfit-name",
                     "has a name that the target refuses, or does not tell from another beside it, "
@@ -81,12 +82,20 @@ FindingText describe(Finding finding) {
             return {"in-both-trees", "is a part of both trees, by a mount"};
         case Finding::kNoSpace:
             return {"no-space", "has no room for the largest file and 5 MiB beside it"};
-        case Finding::kSymbolicLink:
-            return {"symbolic-link", "is a symbolic link and stays behind"};
+        case Finding::kLinkNotTaken:
+            return {"link-not-taken", "is a symbolic link that the target does not take"};
+        case Finding::kAttribute:
+            return {"attribute",
+                    "has attributes that the target does not take (--drop-attributes leaves them "
+                    "behind)"};
+        case Finding::kAttributeDropped:
+            return {"attribute-dropped", "loses attributes, which the target does not take"};
         case Finding::kSpecialFile:
             return {"special-file", "is a special file and stays behind"};
         case Finding::kHardLink:
             return {"hard-link", "has more than one hard link and becomes a separate copy"};
+        case Finding::kHoles:
+            return {"holes", "has holes, which are filled"};
         case Finding::kOwnName:
             return {"own-name", "has one of the mover's own names and stays behind"};
         case Finding::kMaybeNoSpace:
@@ -97,20 +106,32 @@ FindingText describe(Finding finding) {
     return {};
 }
 
+/// Which attributes, where it is about them.
+std::string detailOf(const Preflight& preflight, const std::string& path) {
+    const auto found = preflight.attributes.find(path);
+    return found == preflight.attributes.end() ? "" : ": " + found->second;
+}
+
 }  // namespace
 
 void reportFindings(const Preflight& preflight, Report& report) {
     for (const auto& [finding, paths] : preflight.findings) {
-        const auto [code, reason] = describe(finding);
+        const FindingText about = describe(finding);
         const size_t shown =
             report.forPrograms() ? paths.size() : std::min(paths.size(), kNamesPerFinding);
         for (size_t i = 0; i < shown; ++i) {
+            const std::string reason = std::string(about.reason) + detailOf(preflight, paths[i]);
             std::string text = fmt::format("{}: {} {}", isRefusal(finding) ? "refused" : "warning",
                                            printable(paths[i]), reason);
             if (i + 1 == shown && paths.size() > shown) {
                 text += fmt::format(", and {} more", paths.size() - shown);
             }
-            const nlohmann::json fields = {{"path", paths[i]}, {"code", code}, {"reason", reason}};
+            if (i + 1 == shown && preflight.added.contains(finding)) {
+                text += fmt::format("; {} more are needed for that in all",
+                                    formatBytes(preflight.added.at(finding)));
+            }
+            const nlohmann::json fields = {
+                {"path", paths[i]}, {"code", about.code}, {"reason", reason}};
             if (isRefusal(finding)) {
                 report.problem("refusal", fields, text);
             } else {

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "say/text.h"
+#include "tree/hex.h"
 
 namespace host {
 namespace {

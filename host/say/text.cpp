@@ -62,12 +62,6 @@ bool isUtf8(std::string_view text) {
     return true;
 }
 
-std::string inHex(std::string_view bytes) {
-    std::string digits;
-    for (const char byte : bytes) digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
-    return digits;
-}
-
 std::string shellWord(const std::string& word) {
     if (!word.empty() && std::all_of(word.begin(), word.end(), isPlainInShell)) return word;
     const bool shown = canBeShown(word);

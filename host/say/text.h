@@ -14,9 +14,6 @@ namespace host {
 /// Whether all of it is UTF-8, control characters included.
 [[nodiscard]] bool isUtf8(std::string_view text);
 
-/// Two hexadecimal digits for each byte.
-[[nodiscard]] std::string inHex(std::string_view bytes);
-
 /// One word of a shell's command line, quoted where it must be. Bytes that a terminal would not
 /// show are written as `$'\012'`.
 [[nodiscard]] std::string shellWord(const std::string& word);

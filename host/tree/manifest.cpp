@@ -4,7 +4,6 @@
 
 #include <optional>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include <android-base/strings.h>
@@ -22,6 +21,8 @@ namespace host {
 namespace {
 
 constexpr std::string_view kFirstWords = "vaultctl-manifest 1";
+constexpr std::string_view kLastWord = "end ";
+constexpr std::string_view kLinkKind = "l ";
 
 std::string firstLine(const ManifestHeader& header) {
     return fmt::format("{} {} {}\n", kFirstWords, header.job, toWord(header.direction));
@@ -46,7 +47,9 @@ void ManifestSum::add(std::string_view line) {
     }
 }
 
-std::string ManifestSum::lastLine() const { return fmt::format("end {} {:016x}\n", lines_, sum_); }
+std::string ManifestSum::lastLine() const {
+    return fmt::format("{}{} {:016x}\n", kLastWord, lines_, sum_);
+}
 
 ManifestWriter::ManifestWriter(const HeldDirectory& plain, const ManifestHeader& header)
     : path_(plain.pathOf(std::string(names::kManifest))),
@@ -75,16 +78,21 @@ Manifest::Manifest(const HeldDirectory& plain)
     if (!isOurs(status)) throw ManifestDamaged(path_ + " was not written by this user");
     file_.reset(android::base::Fdopen(std::move(file), "r"));
     if (file_ == nullptr) throwErrno("cannot read " + path_);
-    readAll([](const Metadata&) {});
+    readLines([this](std::string_view line) { namesLinks_ |= line.starts_with(kLinkKind); });
 }
+
+ManifestDamaged Manifest::damaged(const char* what) const { return ManifestDamaged(path_ + what); }
 
 void Manifest::forEach(const OnRecord& each) {
     std::rewind(file_.get());
-    readAll(each);
+    readLines([&](std::string_view line) {
+        Metadata metadata;
+        if (!decodeRecord(line, &metadata)) throw damaged(" is damaged");
+        each(metadata);
+    });
 }
 
-void Manifest::readAll(const OnRecord& each) {
-    const auto damaged = [this](const char* what) { return ManifestDamaged(path_ + what); };
+void Manifest::readLines(const std::function<void(std::string_view line)>& each) {
     files::LineBuffer line;
     ManifestSum sum;
     bool begun = false;
@@ -94,14 +102,13 @@ void Manifest::readAll(const OnRecord& each) {
         if (!begun) {
             if (!decodeFirstLine(text, &header_)) throw damaged(" is not to be understood");
             begun = true;
-        } else if (ended || text == sum.lastLine()) {
-            if (std::exchange(ended, true)) throw damaged(" goes on behind its end");
+        } else if (ended) {
+            throw damaged(" goes on behind its end");
+        } else if (text.starts_with(kLastWord)) {
+            if (text != sum.lastLine()) throw damaged(" is damaged");
+            ended = true;
         } else {
-            Metadata metadata;
-            if (!decodeRecord(text.substr(0, text.size() - 1), &metadata)) {
-                throw damaged(" is damaged");
-            }
-            each(metadata);
+            each(text.substr(0, text.size() - 1));
         }
         sum.add(text);
     }

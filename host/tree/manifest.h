@@ -41,33 +41,39 @@ class ManifestSum {
 /// Lines of text:
 ///
 ///     vaultctl-manifest 1 JOB DIRECTION
-///     d mode=755 uid=0 gid=0 mtime=981173106.789012345 name=/a
-///     f mode=644 uid=0 gid=0 mtime=981173106.000000000 size=3 name=/a/b
+///     d mode=755 uid=0 gid=0 mtime=981173106.789012345 atime=981173107.000000000 name=/a
+///     f mode=644 uid=0 gid=0 mtime=981173106.0... atime=... size=3 attr=user.b:6f6e65 name=/a/b
+///     l uid=0 gid=0 mtime=... atime=... target=../b name=/a/c
 ///     end LINES CHECKSUM
 ///
-/// Each directory comes before what is in it, its files before its subdirectories. Control
-/// characters, blanks and % in a name are written as % and two hexadecimal digits. The last line
-/// counts the lines before it and sums up their bytes, so that what is cut or spoilt is told from
-/// what is complete before anybody relies on it.
+/// A file that lends rights has also sum=SHA256, in front of its attributes. Each directory comes
+/// before what is in it, its files and links before its subdirectories. Control characters, blanks
+/// and % in a name are written as % and two hexadecimal digits, and so is the value of an
+/// attribute, all of it and without the %. The last line counts the lines before it and sums up
+/// their bytes, so that what is cut or spoilt is told from what is complete before anybody relies
+/// on it.
 class Manifest {
   public:
     using OnRecord = std::function<void(const Metadata&)>;
 
-    /// Opens the manifest and looks at all of it. Throws ManifestDamaged when it is missing, not
-    /// complete, not to be understood or not written by the user this runs as, and
+    /// Opens the manifest and sums all of it up. Throws ManifestDamaged when it is missing, not
+    /// complete, spoilt, of another format or not written by the user this runs as, and
     /// std::system_error when it cannot be read.
     explicit Manifest(const files::HeldDirectory& plain);
 
     [[nodiscard]] const ManifestHeader& header() const { return header_; }
-    /// Calls `each` for every record in order.
+    [[nodiscard]] bool namesLinks() const { return namesLinks_; }
+    /// Calls `each` for every record in order; throws as the construction does.
     void forEach(const OnRecord& each);
 
   private:
-    void readAll(const OnRecord& each);
+    [[nodiscard]] ManifestDamaged damaged(const char* what) const;
+    void readLines(const std::function<void(std::string_view line)>& each);
 
     std::string path_;
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_;
     ManifestHeader header_;
+    bool namesLinks_ = false;
 };
 
 /// Writes a manifest, which takes the place of the old one when it is complete.

@@ -8,6 +8,7 @@
 
 #include "end/job_end.h"
 #include "end/throw_errno.h"
+#include "tree/attributes.h"
 #include "tree/descent.h"
 #include "tree/durable.h"
 #include "tree/metadata.h"
@@ -26,11 +27,26 @@ Metadata metadataOfDirectory(const HeldDirectory& directory) {
     return metadataOf(status, "");
 }
 
-void giveOwnerAndMode(const Metadata& model, const HeldDirectory& directory) {
+/// The access list that `directory` has, or none.
+Attributes accessListOf(const HeldDirectory& directory) {
+    Attributes list = readAttributes(directory.descriptor(), directory.path());
+    std::erase_if(list, [](const auto& attribute) { return attribute.first != kAccessList; });
+    return list;
+}
+
+/// With its access list, or the bits of the group would let in more than it does. Where the target
+/// does not take the list, those who are on it stay out.
+void giveOwnerAndMode(const Metadata& model, const Attributes& list,
+                      const HeldDirectory& directory) {
     const int descriptor = directory.descriptor();
-    if (fchown(descriptor, model.uid, model.gid) != 0 || fchmod(descriptor, model.mode) != 0) {
+    const Attributes found = readAttributes(descriptor, directory.path());
+    const mode_t mode =
+        list.empty() ? model.mode : modeWithoutList(model.mode, list.begin()->second);
+    if (!takeOffLists(list, found, descriptor).empty() ||
+        fchown(descriptor, model.uid, model.gid) != 0 || fchmod(descriptor, mode) != 0) {
         throwErrno("cannot set the owner and permissions of " + directory.path());
     }
+    (void)putAttributes(list, found, descriptor);  // what is refused shows before the move begins
 }
 
 /// Throws when it cannot be told: a directory that was passed over would keep an owner of ours.
@@ -58,7 +74,8 @@ void makeTargetDirectory(const Visit& source, Descent& target) {
     // Made here, or by one that was killed. One that holds something may be this user's own, moved
     // here by whoever owns the tree; what is in it would be his to read.
     if (!isOursAndEmpty(directory)) return;
-    giveOwnerAndMode(metadataOfDirectory(source.directory), directory);
+    giveOwnerAndMode(metadataOfDirectory(source.directory), accessListOf(source.directory),
+                     directory);
     syncDirectory(parent);
 }
 
@@ -75,9 +92,13 @@ void makeTargetDirectories(const HeldDirectory& source, const HeldDirectory& tar
 void hideTargetLikeSource(const HeldDirectory& source, const HeldDirectory& target) {
     const Metadata wanted = metadataOfDirectory(source);
     const Metadata found = metadataOfDirectory(target);
-    if (wanted.uid == found.uid && wanted.gid == found.gid && wanted.mode == found.mode) return;
+    const Attributes list = accessListOf(source);
+    if (wanted.uid == found.uid && wanted.gid == found.gid && wanted.mode == found.mode &&
+        list == accessListOf(target)) {
+        return;
+    }
     try {
-        giveOwnerAndMode(wanted, target);
+        giveOwnerAndMode(wanted, list, target);
     } catch (const std::system_error& error) {
         throw JobEnd(ExitStatus::kRefused,
                      std::string(error.what()) + ": it would not hide what " + source.path() +

@@ -15,6 +15,7 @@
 #include "end/job_end.h"
 #include "end/throw_errno.h"
 #include "files/durable_file.h"
+#include "tree/added_bytes.h"
 #include "tree/descent.h"
 #include "tree/durable.h"
 #include "tree/names.h"
@@ -176,6 +177,7 @@ ProcessFile loadProcessFile(const HeldDirectory& directory) {
 
 Pending countPending(const HeldDirectory& source) {
     Pending pending;
+    AddedBytes added;
     forEachList(
         source, [] {},
         [&](const Visit& visit) {
@@ -191,6 +193,7 @@ Pending countPending(const HeldDirectory& source) {
                 pending.bytes += size + name.size();
                 pending.nameBytes += name.size();
                 pending.largest = std::max(pending.largest, size);
+                pending.added += AddedBytes::byFilling(status) + added.byCopying(status);
             }
         });
     return pending;

@@ -41,6 +41,7 @@ struct Pending {
     uint64_t bytes = 0;      ///< their sizes and name lengths: what is still to be reported
     uint64_t nameBytes = 0;  ///< the name lengths in that
     uint64_t largest = 0;    ///< bytes of the largest of these files
+    uint64_t added = 0;      ///< bytes that filling holes and copying names takes more
     std::vector<ListPlace> lists;
 
     [[nodiscard]] uint64_t size() const { return bytes - nameBytes; }

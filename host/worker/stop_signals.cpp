@@ -9,6 +9,7 @@ namespace host {
 
 StopSignals::StopSignals() {
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGIO, SIG_IGN);
     // Inherited as ignored it would take the worker's end away before it can be waited for.
     std::signal(SIGCHLD, SIG_DFL);
     sigset_t stops;

@@ -8,7 +8,8 @@ namespace host {
 
 /// From construction on, SIGINT, SIGTERM and SIGHUP no longer end the process but are read here,
 /// save those that it was started with ignored. To be built before the first thread, once. Also
-/// ignores SIGPIPE (a reader of our output that has gone away must not end a move), and no longer
+/// ignores SIGPIPE (a reader of our output that has gone away must not end a move) and SIGIO
+/// (somebody wants to write a file of which we have a lease), and no longer
 /// ignores SIGCHLD, if it was started so.
 class StopSignals {
   public:

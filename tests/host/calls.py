@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Kills vaultctl, then makes it fail, at every system call of its own; and kills its worker.
 
-After each the same command must finish the job: every byte, mode, owner and time.
+After each the same command must finish the job: every byte, link, mode, owner, time and
+attribute.
 
     calls.py VAULTCTL WORKER [STRIDE]    only every STRIDE-th point (default 1)
 """
@@ -11,8 +12,10 @@ import sys
 
 from jobs import FILES, Job, sweep
 
-CHANGING = "openat write fsync renameat unlinkat mkdirat fchown fchmod utimensat sync".split()
-LOOKING = "newfstatat fstat read getdents64 statfs fstatfs faccessat faccessat2 flock".split()
+CHANGING = ("openat write fsync renameat unlinkat mkdirat symlinkat fchown fchownat fchmod fsetxattr "
+            "fremovexattr utimensat sync").split()
+LOOKING = ("newfstatat fstat read pread64 readlinkat getdents64 statfs fstatfs faccessat faccessat2 "
+           "llistxattr flistxattr fgetxattr flock").split()
 ERRORS = "EIO ENOSPC EACCES".split()
 
 
@@ -22,7 +25,7 @@ def points(encrypt, calls, stride):
         _, _, trace = (job := Job(encrypt)).traced(call, "")
         lines = re.findall(rf"^{call}\(.*", trace, re.MULTILINE)
         first = next((n for n, line in enumerate(lines, 1)
-                      if call == "sync" or str(job.plain) in line), 10**9)
+                      if call in ("sync", "llistxattr") or str(job.plain) in line), 10**9)
         yield from ((encrypt, call, n) for n in range(first, len(lines) + 1, stride))
 
 

@@ -7,7 +7,7 @@ pause, and owners, modes and times refused. What vaultctl names must lead on, an
 import os
 import sys
 
-from jobs import FILES, Job, sweep
+from jobs import ACL, FILES, Job, sweep
 
 def put(path, data=b"somebody's"):
     path.write_bytes(data)
@@ -139,20 +139,46 @@ def refuse_to_put_back(case):
     job.check(metadata=False)
 
 
-def lend_no_rights(encrypt):
-    """Where others could have put a file in its place, none gets its owner's rights."""
+def lend_no_rights(case):
+    """What may not be the file that had set-ID bits gets none until it is for certain."""
+    other_bytes, encrypt = case
+    job = Job(encrypt).pause(10)
+    place = job.target / "N"
+    with place.open("r+b") as held:
+        if other_bytes:
+            held.write(b"of M")
+            held.close()
+        status, said = job.run()
+    assert status == 1 and f"{place}: set-ID bits" in said, said
+    assert place.stat().st_mode & 0o7777 == 0o755, oct(place.stat().st_mode)
+    put(place, FILES["N"])
+    job.finish()
+
+
+def leave_no_attribute_unsaid(encrypt):
+    """What the target takes neither of attributes nor of links is refused, or told of and dropped."""
     job = Job(encrypt)
-    for name, owner in (("lent", 0), ("own", 1000)):
-        put(job.source / name)
-        os.chown(job.source / name, owner, owner)
-        (job.source / name).chmod(0o4755)
-    os.chown(job.source, 1000, 1000)
-    status, said = job.run()
-    assert status == 1 and "/lent: set-ID bits" in said and "/own" not in said, said
-    assert [(job.target / name).stat().st_mode & 0o7777
-            for name in ("lent", "own")] == [0o755, 0o4755]
-    (job.target / "lent").chmod(0o4755)
-    assert job.run()[0] == 0, "what a person has put right is not accepted"
+    status, said, _ = job.traced("symlinkat", "error=EPERM")
+    assert status == 2 and f"{job.source}/..N is a symbolic link that" in said, said
+    status, said, _ = job.traced("fsetxattr", "error=EOPNOTSUPP")
+    assert status == 2 and f"{job.source}/a/x has attributes" in said, said
+    drop = job.word, "--allow-plain", "--drop-attributes"
+    status, said, _ = job.traced("fsetxattr", "error=EOPNOTSUPP", *drop)
+    assert status == 0 and "loses attributes, which the target does not take: trusted.of" in said, said
+    assert (job.target / "a/x").stat().st_mode & 0o7777 == 0o700, "the group got the mask's rights"
+
+
+def hand_down_nothing(encrypt):
+    """What a directory of the target hands down lets nobody in, then or later."""
+    job = Job(encrypt)
+    for name in ("a", "a/b"):
+        (job.target / name).mkdir(parents=True, exist_ok=True)
+        os.setxattr(job.target / name, "system.posix_acl_default", ACL)
+        os.chown(job.target / name, *job.before[name][1:3])
+    job.pause(10)
+    open_ = [path for path in job.target.rglob("*") if path.is_file() and path.stat().st_mode & 0o77]
+    assert not open_, open_
+    job.finish()
 
 
 def know_whom(encrypt):
@@ -181,7 +207,9 @@ def main():
               [(row, way) for row in MEANWHILE.items() for way in ways]),
         sweep("refusals to put back", refuse_to_put_back,
               [(call, way) for call in ("fchown", "fchmod", "utimensat") for way in ways]),
-        sweep("lent rights", lend_no_rights, ways),
+        sweep("lent rights", lend_no_rights, [(way, other) for way in ways for other in ways]),
+        sweep("attributes that are not taken", leave_no_attribute_unsaid, ways),
+        sweep("lists that are handed down", hand_down_nothing, ways),
         sweep("owners who are not known", know_whom, ways),
         sweep("files that have gone", fall_short, ways)]
     return all(sound)

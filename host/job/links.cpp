@@ -1,0 +1,112 @@
+#include "job/links.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+#include <set>
+#include <string>
+#include <system_error>
+
+#include "tree/descent.h"
+#include "tree/durable.h"
+#include "tree/held_link.h"
+
+using files::HeldDirectory;
+
+namespace host {
+namespace {
+
+/// Goes from link to link, and opens only the directories that links are in.
+class LinkDirectories {
+  public:
+    explicit LinkDirectories(const HeldDirectory& root) : descent_(root) {}
+
+    /// The directory of this link, and the link's name in it.
+    const HeldDirectory& open(const Metadata& link, std::string* name) {
+        const size_t slash = link.relative.rfind('/');
+        *name = link.relative.substr(slash + 1);
+        std::string relative = link.relative.substr(0, slash);
+        if (!directory_ || relative != relative_) {
+            sync();
+            directory_ = descent_.open(relative);
+            relative_ = std::move(relative);
+        }
+        return *directory_;
+    }
+    /// The directory that was opened last has changed.
+    void touch() { touched_ = true; }
+    /// Makes the change last; every other one has been made so.
+    void sync() {
+        if (touched_) syncDirectory(*directory_);
+        touched_ = false;
+    }
+
+  private:
+    Descent descent_;
+    std::optional<HeldDirectory> directory_;
+    std::string relative_;
+    bool touched_ = false;
+};
+
+/// False where the link is not there afterwards.
+bool makeLink(const HeldDirectory& directory, const std::string& name, const Metadata& metadata,
+              RestoreNotes& notes) {
+    if (!directory.isOpen()) {
+        notes.notThere(metadata, -directory.error(), "is in no directory");
+        return false;
+    }
+    // EEXIST: made by an earlier attempt, or something else, which is found out now.
+    if (!directory.makeLink(metadata.text, name) && errno != EEXIST) {
+        notes.missing(metadata, "cannot be made: " + std::generic_category().message(errno));
+        return false;
+    }
+    const HeldLink link(directory, name);
+    if (!isSameLink(link, metadata.text)) {
+        if (link.error() == 0 || link.error() == EINVAL) {
+            notes.missing(metadata, "is something else, in the way");
+        } else {
+            notes.notThere(metadata, link.error(), "is no link");
+        }
+        return false;
+    }
+    notes.refused(metadata, link.putBack(metadata).describe());
+    return true;
+}
+
+}  // namespace
+
+void moveLinks(Manifest& manifest, const HeldDirectory& source, const HeldDirectory& target,
+               const std::function<void()>& between, Restored& restored) {
+    RestoreNotes notes(source, target, restored);
+    LinkDirectories targets(target);
+    LinkDirectories sources(source);
+    std::set<std::string> notMade;
+    std::string name;
+    manifest.forEach([&](const Metadata& metadata) {
+        between();
+        if (!metadata.link) return;
+        const HeldDirectory& directory = targets.open(metadata, &name);
+        if (makeLink(directory, name, metadata, notes)) {
+            targets.touch();
+        } else {
+            notMade.insert(metadata.relative);
+        }
+    });
+    targets.sync();
+    // What a long link says is kept like the bytes of a file, but a link cannot be opened to be
+    // synced; as in finishJob(), the sync of everything reports nothing, and that of a root does.
+    sync();
+    syncDirectory(target);
+    manifest.forEach([&](const Metadata& metadata) {
+        between();
+        if (!metadata.link || notMade.contains(metadata.relative)) return;
+        const HeldDirectory& directory = sources.open(metadata, &name);
+        if (!directory.isOpen() || !isSameLink(HeldLink(directory, name), metadata.text)) return;
+        // What stays is named at the end, with everything else that is left in the source.
+        if (directory.remove(name)) sources.touch();
+    });
+    sources.sync();
+}
+
+}  // namespace host

@@ -1,0 +1,63 @@
+#include "tree/description.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "end/job_end.h"
+#include "end/throw_errno.h"
+#include "tree/attributes.h"
+#include "tree/content_sum.h"
+#include "tree/held_link.h"
+
+using android::base::unique_fd;
+using files::HeldDirectory;
+
+namespace host {
+namespace {
+
+[[noreturn]] void refuseOtherKind(const std::string& path) {
+    throw JobEnd(ExitStatus::kFailed, path +
+                                          " has become something else meanwhile. Nothing was "
+                                          "moved; run this again.");
+}
+
+}  // namespace
+
+Metadata describeDirectory(const HeldDirectory& directory, const std::string& relative) {
+    struct stat status {};
+    if (fstat(directory.descriptor(), &status) != 0) {
+        throwErrno("cannot look at " + directory.path());
+    }
+    Metadata metadata = metadataOf(status, relative);
+    metadata.attributes = readAttributes(directory.descriptor(), directory.path());
+    return metadata;
+}
+
+Metadata describeFile(const HeldDirectory& directory, const std::string& name,
+                      const std::string& relative, const struct stat& status) {
+    Metadata metadata = metadataOf(status, relative);
+    if (!lendsRights(metadata) && !hasAttributes(directory, name)) return metadata;
+    // All of it from one descriptor: what was looked at may have been exchanged since.
+    const std::string path = directory.pathOf(name);
+    struct stat opened {};
+    const unique_fd file = directory.openForReading(name, &opened);
+    if (!file.ok()) throwErrno("cannot read the attributes of " + path);
+    metadata = metadataOf(opened, relative);
+    metadata.attributes = readAttributes(file.get(), path);
+    if (lendsRights(metadata) && geteuid() == 0) metadata.sum = contentSum(file.get(), path);
+    return metadata;
+}
+
+Metadata describeLink(const HeldDirectory& directory, const std::string& name,
+                      const std::string& relative) {
+    const HeldLink link(directory, name);
+    if (link.error() == EINVAL) refuseOtherKind(directory.pathOf(name));
+    throwIfError(-link.error(), "cannot look at " + directory.pathOf(name));
+    Metadata metadata = metadataOf(link.status(), relative);
+    metadata.text = link.text();
+    return metadata;
+}
+
+}  // namespace host
