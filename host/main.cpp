@@ -123,6 +123,9 @@ class CommandLine {
             "Ctrl-C pauses; a second one ends the worker at once, which is safe.");
         addJob(app_, "encrypt", "move DIR's files into DIR_enc", Direction::kEncrypt);
         addJob(app_, "decrypt", "move the files back into DIR", Direction::kDecrypt);
+        CLI::App& undo = *app_.add_subcommand("undo", "take back a move that is not finished");
+        addDirectory(undo);
+        undo.callback([this] { arguments_.job.undo = true; });
         CLI::App& check = *app_.add_subcommand("check", "only look: what a job would do");
         check.require_subcommand(0, 1);
         addJob(check, "encrypt", "look at the way in", Direction::kEncrypt);
@@ -181,7 +184,8 @@ class CommandLine {
             fault += "Say which way to look: vaultctl check encrypt DIR, or check decrypt DIR.\n";
         } else if (app_.get_subcommands().empty() && error.get_name() != "ValidationError") {
             fault +=
-                "Say what to do: vaultctl encrypt, decrypt, check, status, repair or forget.\n";
+                "Say what to do: vaultctl encrypt, decrypt, undo, check, status, repair or "
+                "forget.\n";
         }
         return fault + "vaultctl --help tells more.";
     }
@@ -201,7 +205,8 @@ class CommandLine {
     Arguments& arguments_;
     CLI::App app_{
         "Moves a directory's files into the encrypted directory DIR_enc, or back.\n"
-        "A move that was stopped in any way carries on when it is started again."};
+        "A move that was stopped in any way carries on when it is started again,\n"
+        "or is taken back with undo."};
 };
 
 ExitStatus run(const std::vector<std::string>& words) {

@@ -7,7 +7,7 @@
 #include "ask/standing.h"
 #include "job/hold.h"
 #include "job/pair.h"
-#include "say/command_text.h"
+#include "job/record_command.h"
 #include "say/finding_texts.h"
 #include "say/text.h"
 
@@ -24,13 +24,13 @@ bool refuse(Report& report, const Tree& tree, const std::string& code, const std
 /// A job that was begun: the check is whether the same command would carry on.
 bool checkBegun(const Tree& tree, const JobOptions& options, const JobRecord& record,
                 Report& report) {
-    const bool mine = record.direction == options.direction;
-    report.say("check", {{"could_start", mine}, {"unfinished", toWord(record.direction)}},
+    const bool mine = !record.undo && record.direction == options.direction;
+    report.say("check", {{"could_start", mine}, {"unfinished", jobWord(record)}},
                describeStanding(standingOf(tree, record)));
     if (!mine) {
         report.problem("refusal", {{"path", tree.plain}, {"code", "unfinished-job"}},
                        "refused: the unfinished job comes first: " +
-                           commandFor(record.direction, tree.plain, options.named()));
+                           commandOf(record, tree.plain, options.givenWorker));
     }
     return mine;
 }
@@ -58,16 +58,19 @@ bool checkJob(const Tree& tree, const JobOptions& options, Report& report) {
         inspect(held, direction, options.preflight, abandonedDirection(record), {});
     reportFindings(found, report);
     const bool possible = !found.refused();
+    const std::string links =
+        found.links == 0 ? "" : " and " + counted(found.links, "symbolic link");
     const std::string verdict = possible ? "It could start." : "It would be refused.";
     report.say(
         "check",
         {{"could_start", possible},
          {"files", found.files},
          {"bytes", found.bytes},
-         {"largest", found.largest}},
-        fmt::format("{} would move {} ({}, the largest {}) from {} to {}. {}", toWord(direction),
+         {"largest", found.largest},
+         {"links", found.links}},
+        fmt::format("{} would move {} ({}, the largest {}){} from {} to {}. {}", toWord(direction),
                     counted(found.files, "file"), formatBytes(found.bytes),
-                    formatBytes(found.largest), printable(tree.source(direction)),
+                    formatBytes(found.largest), links, printable(tree.source(direction)),
                     printable(tree.target(direction)), verdict));
     return possible;
 }

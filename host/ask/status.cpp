@@ -59,14 +59,19 @@ std::string describeNone(const HeldTree& held, Holder holder) {
                                      commandFor("decrypt", held.plain.path()) + " would make it.";
 }
 
+void addJob(nlohmann::json& fields, const JobRecord& record) {
+    fields["job"] = jobWord(record);
+    if (record.undo) fields["undoes"] = toWord(record.begun());
+    fields["state"] = stateWord(record.state);
+}
+
 /// Where the lists of the job are to be found is not known.
 void showObstacle(const Pair& pair, Report& report) {
     nlohmann::json fields = {{"job", nullptr}, {"at_work", "none"}, {"next", pair.obstacle}};
     std::string text = pair.obstacle;
     if (pair.record) {
-        fields["job"] = toWord(pair.record->direction);
-        fields["state"] = stateWord(pair.record->state);
-        text = fmt::format("An unfinished {}.\n{}", toWord(pair.record->direction), text);
+        addJob(fields, *pair.record);
+        text = fmt::format("An unfinished {}.\n{}", jobText(*pair.record), text);
     }
     report.say("status", fields, text);
 }
@@ -90,16 +95,14 @@ void showStatus(const Tree& tree, const std::string& givenWorker, Report& report
     const JobRecord& record = *pair.record;
     const Standing standing = standingOf(tree, record);
     const std::string next = whatNext(tree, record, givenWorker, holder);
-    report.say("status",
-               {{"job", toWord(record.direction)},
-                {"state", stateWord(record.state)},
-                {"at_work", toWord(holder)},
-                {"files", record.files},
-                {"files_left", standing.pending.files},
-                {"bytes", record.size()},
-                {"bytes_done", standing.progress.sizeDone},
-                {"next", next}},
-               describeStanding(standing) + "\n" + next);
+    nlohmann::json fields = {{"at_work", toWord(holder)},
+                             {"files", record.files},
+                             {"files_left", standing.pending.files},
+                             {"bytes", record.size()},
+                             {"bytes_done", standing.progress.sizeDone},
+                             {"next", next}};
+    addJob(fields, record);
+    report.say("status", fields, describeStanding(standing) + "\n" + next);
     if (record.state == JobState::kRestoring && record.metadata && holder == Holder::kNobody) {
         Manifest manifest = openManifest(held, record);
         reportRestored(

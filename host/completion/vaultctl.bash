@@ -8,7 +8,7 @@ _vaultctl() {
     local word command=
     for word in "${words[@]:1:cword-1}"; do
         case $word in
-            encrypt | decrypt | status | repair | forget) command=$word ;;
+            encrypt | decrypt | undo | status | repair | forget) command=$word ;;
             check) command=${command:-check} ;;
         esac
     done
@@ -19,6 +19,7 @@ _vaultctl() {
     if [[ $cur == -* ]]; then
         local options='--worker= --verbose --quiet --json --help --version'
         [[ $command != encrypt && $command != decrypt ]] || options+=' --allow-plain --replace --drop-attributes'
+        [[ $command != encrypt || " ${words[*]} " == *' check '* ]] || options+=' --discard'
         [[ $command != repair ]] || options+=' --as-it-is'
         [[ $command != forget ]] || options+=' --yes'
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
@@ -26,7 +27,7 @@ _vaultctl() {
         return
     fi
     case $command in
-        '') mapfile -t COMPREPLY < <(compgen -W 'encrypt decrypt check status repair forget' -- "$cur") ;;
+        '') mapfile -t COMPREPLY < <(compgen -W 'encrypt decrypt undo check status repair forget' -- "$cur") ;;
         check) mapfile -t COMPREPLY < <(compgen -W 'encrypt decrypt' -- "$cur") ;;
         *) _filedir -d ;;
     esac

@@ -39,10 +39,11 @@ std::vector<std::string> leftIn(const files::HeldDirectory& root) {
 
 void throwIfStopped(const JobContext& job) {
     if (!job.stops.take()) return;
-    throw JobEnd(ExitStatus::kPaused,
-                 fmt::format("Stopped while owners, permissions and times are put back; all files "
-                             "have been moved. {} carries on.",
-                             job.command()));
+    throw JobEnd(
+        ExitStatus::kPaused,
+        fmt::format("Stopped while links are moved and owners, permissions, attributes and "
+                    "times put back; all files have been moved. {} carries on.",
+                    job.command()));
 }
 
 /// From here on the person knows what came of the job, so that its traces may go.
@@ -88,7 +89,9 @@ void restore(const JobContext& job, JobRecord& record) {
 
 void finishJob(const JobContext& job, JobRecord& record) {
     if (record.state != JobState::kClosing) restore(job, record);
-    const std::vector<std::string> left = leftIn(job.source());
+    // An undo leaves what the job had not brought there; without a manifest it cannot tell.
+    const std::vector<std::string> left =
+        record.undo && record.metadata ? std::vector<std::string>() : leftIn(job.source());
     if (!left.empty()) {
         job.report.problem("left", {{"paths", left}},
                            fmt::format("{} still in the source:{}", counted(left.size(), "file"),
@@ -97,7 +100,7 @@ void finishJob(const JobContext& job, JobRecord& record) {
     removeEvidence(job.held);
     putBackRootTimes(job.held, record);
     const std::string target = printable(job.target().path());
-    if (!left.empty()) {
+    if (!left.empty() && !record.undo) {
         throw JobEnd(ExitStatus::kFailed,
                      fmt::format("{} moved to {}, but those named above have come meanwhile or "
                                  "could not be deleted; {} moves them.",
@@ -109,8 +112,9 @@ void finishJob(const JobContext& job, JobRecord& record) {
     job.report.end(
         true,
         {{"result", "done"}, {"exit_status", 0}, {"files", record.files}, {"bytes", record.size()}},
-        fmt::format("Done: {} ({}) moved to {}{}", counted(record.files, "file"),
-                    formatBytes(record.size()), target, metadata));
+        fmt::format("{}: {} ({}) moved {} {}{}", record.undo ? "Undone" : "Done",
+                    counted(record.files, "file"), formatBytes(record.size()),
+                    record.undo ? "back to" : "to", target, metadata));
 }
 
 }  // namespace host

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "end/job_end.h"
+#include "job/record_command.h"
 #include "say/command_text.h"
 #include "say/report.h"
 
@@ -30,7 +31,7 @@ std::string explainHolder(const HeldTree& tree, Holder holder,
             "Another vaultctl is at work on {} or {}{}. Nothing was touched; wait for "
             "it, or pause it with Ctrl-C.",
             printable(tree.plain.path()), printable(tree.encrypted.path()),
-            record ? ", on " + withArticle(record->direction) : "");
+            record ? ", on " + jobWithArticle(*record) : "");
     }
     return fmt::format(
         "A worker whose vaultctl has ended is still moving files{}. Nothing was touched; wait "

@@ -17,8 +17,9 @@
 #include "job/move.h"
 #include "job/pair.h"
 #include "job/preparation.h"
+#include "job/record_command.h"
 #include "job/resume_check.h"
-#include "say/command_text.h"
+#include "job/undo.h"
 #include "tree/durable.h"
 #include "tree/target_directories.h"
 #include "worker/lists.h"
@@ -34,8 +35,9 @@ namespace {
 /// the manifest, the lists in a safe order, the mark. While it says so the lists are never written
 /// anew by a scan, since the worker's place in them is what finds a file that is under way. It
 /// says "restoring" only when no list is left, and "closing" only when all is put back and the
-/// person has been told what came of it. Then the manifest goes before the mark and the mark before
-/// the record, so what is found after a kill is never less than what is still to be done.
+/// person has been told what came of it. What an undo adds to this stands in job/undo.cpp. Then the
+/// manifest goes before the mark and the mark before the record, so what is found after a kill is
+/// never less than what is still to be done.
 class Job {
   public:
     explicit Job(const JobContext& context) : job_(context) {}
@@ -52,13 +54,12 @@ class Job {
 
   private:
     void resume(const JobRecord& record) {
-        if (record.direction != job_.options.direction) {
-            throw JobEnd(
-                ExitStatus::kRefused,
-                fmt::format("An unfinished {} holds this tree. Nothing was touched; "
-                            "finish it with {} first.",
-                            toWord(record.direction),
-                            commandFor(record.direction, job_.tree.plain, job_.options.named())));
+        if (record.undo || record.direction != job_.options.direction) {
+            throw JobEnd(ExitStatus::kRefused,
+                         fmt::format("An unfinished {} holds this tree. Nothing was touched; "
+                                     "finish it with {} first.",
+                                     jobText(record),
+                                     commandOf(record, job_.tree.plain, job_.options.givenWorker)));
         }
         record_ = record;
         if (record.state == JobState::kRestoring && !countPending(job_.source()).lists.empty()) {
@@ -67,19 +68,13 @@ class Job {
         }
         if (record_.state == JobState::kMoving) {
             // A directory that was removed meanwhile would be passed over.
-            const auto stopCheck = [this] { throwIfStopped(); };
+            const auto stopCheck = [this] { job_.throwIfPaused(); };
             makeTargetDirectories(job_.source(), job_.target(), stopCheck);
             makeListsSafe(job_.source(), job_.target(), stopCheck);
             refuseWhatDoesNotFit(job_, record);
             pending_ = countPending(job_.source());
         }
         resumed_ = true;
-    }
-
-    void throwIfStopped() const {
-        if (!job_.stops.take()) return;
-        throw JobEnd(ExitStatus::kPaused,
-                     "Paused before the next file; " + job_.command() + " carries on.");
     }
 
     JobContext job_;
@@ -109,12 +104,14 @@ void run(const Tree& tree, const JobOptions& options, StopSignals& stops, Report
     if (!pair.obstacle.empty()) throw JobEnd(ExitStatus::kRefused, pair.obstacle);
     const JobContext job{tree, held, options, lock, stops, report};
     if (!held.plain.isOpen()) {
-        if (held.plain.error() != -ENOENT || options.direction == Direction::kEncrypt) {
+        if (held.plain.error() != -ENOENT || options.undo ||
+            options.direction == Direction::kEncrypt) {
             throw JobEnd(ExitStatus::kRefused,
                          printable(tree.plain) + " is no directory. Nothing was touched.");
         }
         makePlainRoot(job, held, lock);
     }
+    if (options.undo) return undoJob(job, pair.record);
     Job(job).run(pair.record);
 }
 
@@ -128,7 +125,7 @@ void runJob(const Tree& tree, const JobOptions& options, Report& report) {
         throw JobEnd(
             ExitStatus::kFailed,
             fmt::format("It stopped: {}. No file is lost; put that right and run {} again.",
-                        error.what(), commandFor(options.direction, tree.plain, options.named())));
+                        error.what(), options.command(tree.plain)));
     }
 }
 

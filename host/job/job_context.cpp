@@ -3,7 +3,6 @@
 #include <system_error>
 
 #include "end/job_end.h"
-#include "say/command_text.h"
 
 namespace host {
 namespace {
@@ -19,15 +18,18 @@ void noteWorker(const files::HeldDirectory& plain, JobRecord& record, pid_t work
 
 }  // namespace
 
-std::string JobContext::command() const {
-    return commandFor(options.direction, tree.plain, options.named());
-}
+std::string JobContext::command() const { return options.command(tree.plain); }
 
 void JobContext::throwIfStopped() const {
     if (stops.take()) {
         throw JobEnd(ExitStatus::kPaused,
                      "Stopped before anything was moved; " + command() + " begins again.");
     }
+}
+
+void JobContext::throwIfPaused() const {
+    if (!stops.take()) return;
+    throw JobEnd(ExitStatus::kPaused, "Paused before the next file; " + command() + " carries on.");
 }
 
 WorkerOutcome JobContext::callWorker(Action action, JobRecord& record, uint64_t base,

@@ -31,6 +31,8 @@ struct JobContext {
     [[nodiscard]] std::string command() const;
     /// Throws JobEnd (paused) when a stop was asked for; for the time before anything is moved.
     void throwIfStopped() const;
+    /// The same for a job that is resumed, between two files.
+    void throwIfPaused() const;
 
     /// Runs the worker to its end; its number is noted in `record`, which is stored.
     [[nodiscard]] WorkerOutcome callWorker(Action action, JobRecord& record, uint64_t base,

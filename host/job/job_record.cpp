@@ -25,9 +25,11 @@ namespace {
 /// Of the record; another one is not understood.
 constexpr int kFormat = 1;
 
-constexpr std::array<std::pair<JobState, const char*>, 4> kStateWords = {{
+constexpr std::array<std::pair<JobState, const char*>, 6> kStateWords = {{
     {JobState::kPreparing, "preparing"},
     {JobState::kMoving, "moving"},
+    {JobState::kAdvancing, "advancing"},
+    {JobState::kTurning, "turning"},
     {JobState::kRestoring, "restoring"},
     {JobState::kClosing, "closing"},
 }};
@@ -46,6 +48,7 @@ std::string encode(const JobRecord& record) {
         {"direction", toWord(record.direction)},
         {"state", stateWord(record.state)},
         {"looked", record.looked},
+        {"undo", record.undo},
         {"plain", record.plain},
         {"replace", record.replace},
         {"drop_attributes", record.dropAttributes},
@@ -71,6 +74,7 @@ std::optional<JobRecord> decode(const std::string& text) {
             .direction = *direction,
             .state = *state,
             .looked = fields.at("looked"),
+            .undo = fields.at("undo"),
             .plain = fields.at("plain"),
             .replace = fields.at("replace"),
             .dropAttributes = fields.at("drop_attributes"),
@@ -82,7 +86,9 @@ std::optional<JobRecord> decode(const std::string& text) {
                          .tv_nsec = fields.at("root_time").at(1)},
             .worker = fields.at("worker"),
         };
-        if (encode(record) == text) return record;
+        const bool onlyUndo =
+            record.state == JobState::kAdvancing || record.state == JobState::kTurning;
+        if (encode(record) == text && (record.undo || !onlyUndo)) return record;
     } catch (const nlohmann::json::exception&) {
         // Not the text of a record either.
     }

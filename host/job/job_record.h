@@ -18,20 +18,23 @@ namespace host {
 enum class JobState {
     kPreparing,  ///< nothing has been moved: begin again
     kMoving,     ///< files may be under way: resume, never scan
+    kAdvancing,  ///< of an undo: what would be in the way of a file on its way back moves on first
+    kTurning,    ///< of an undo: no file is under way, and the lists change sides
     kRestoring,  ///< every list is done: put modes and times back
     kClosing,    ///< all is put back, and the person was told: remove what the job has left
 };
 
-/// "preparing", "moving", "restoring" or "closing".
+/// "preparing", "moving", "advancing", "turning", "restoring" or "closing".
 [[nodiscard]] std::string stateWord(JobState state);
 
 /// `.ecryptfs_job` in the plain root: what makes a restart resume instead of scanning again. One
 /// line of JSON, of which every member must be there and be understood.
 struct JobRecord {
     std::string id;  ///< random; also in the mark in the encrypted root, and in the manifest
-    Direction direction = Direction::kEncrypt;
+    Direction direction = Direction::kEncrypt;  ///< of the lists: in which files move now
     JobState state = JobState::kPreparing;
     bool looked = false;   ///< what could refuse the job was looked for: lists may be its own
+    bool undo = false;     ///< what has arrived goes back, or will, to where it came from
     bool plain = false;    ///< begun where the target is no eCryptfs mount
     bool replace = false;  ///< begun with --replace: files in the target may be overwritten
     bool dropAttributes = false;  ///< begun with --drop-attributes: some may be left behind
@@ -43,6 +46,10 @@ struct JobRecord {
     pid_t worker = 0;        ///< the last one started; only told, never relied on
 
     [[nodiscard]] uint64_t size() const { return bytes - std::min(bytes, nameBytes); }
+    /// In which the job began, and which its manifest names.
+    [[nodiscard]] Direction begun() const {
+        return undo && state != JobState::kAdvancing ? opposite(direction) : direction;
+    }
 };
 
 /// A record of the state "preparing" with a new id.

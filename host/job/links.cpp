@@ -102,7 +102,13 @@ void moveLinks(Manifest& manifest, const HeldDirectory& source, const HeldDirect
         between();
         if (!metadata.link || notMade.contains(metadata.relative)) return;
         const HeldDirectory& directory = sources.open(metadata, &name);
-        if (!directory.isOpen() || !isSameLink(HeldLink(directory, name), metadata.text)) return;
+        if (directory.error() == -ENOENT) return;
+        if (!directory.isOpen()) {
+            // Somebody hides it, and may show it again.
+            const std::string why = std::generic_category().message(-directory.error());
+            return notes.refusedInSource(metadata, "cannot be removed: " + why);
+        }
+        if (!isSameLink(HeldLink(directory, name), metadata.text)) return;
         // What stays is named at the end, with everything else that is left in the source.
         if (directory.remove(name)) sources.touch();
     });

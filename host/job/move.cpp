@@ -13,27 +13,25 @@ namespace {
 
 void announce(const JobContext& job, const JobRecord& record, bool resumed, const Pending& pending,
               const Progress& progress) {
-    if (record.plain) {
+    const bool back = record.undo && record.state == JobState::kMoving;
+    if (record.plain && !back) {
         job.report.warn("warning", {{"path", job.tree.encrypted}, {"code", "plain"}},
                         printable(job.tree.encrypted) +
                             " is not on an eCryptfs mount: the files are moved, but nothing will "
                             "be encrypted.");
     }
-    const nlohmann::json fields = {{"job", toWord(job.options.direction)},
-                                   {"source", job.source().path()},
-                                   {"target", job.target().path()},
-                                   {"resumed", resumed},
-                                   {"files", record.files},
-                                   {"bytes", record.size()},
-                                   {"files_left", pending.files},
-                                   {"bytes_done", progress.sizeDone}};
+    const nlohmann::json fields = {
+        {"job", job.options.word()},     {"source", job.source().path()},
+        {"target", job.target().path()}, {"resumed", resumed},
+        {"files", record.files},         {"bytes", record.size()},
+        {"files_left", pending.files},   {"bytes_done", progress.sizeDone}};
     const std::string target = printable(job.target().path());
     job.report.say(
         "start", fields,
         resumed ? fmt::format("Carrying on: {} of {} ({}) still to move to {}", pending.files,
                               counted(record.files, "file"), formatBytes(pending.size()), target)
-                : fmt::format("Moving {} ({}) to {}", counted(pending.files, "file"),
-                              formatBytes(pending.size()), target));
+                : fmt::format("Moving {} ({}){} to {}", counted(pending.files, "file"),
+                              formatBytes(pending.size()), back ? " back" : "", target));
 }
 
 }  // namespace
@@ -43,7 +41,7 @@ void moveFiles(const JobContext& job, JobRecord& record, const Pending& before, 
     announce(job, record, resumed, before, begun);
     ListQueue queue(job.held.plain, job.source(), before.lists);
     ProgressMeter meter(begun, ProgressMeter::Clock::now());
-    const std::string title(toWord(job.options.direction));
+    const std::string title = job.options.word();
     const auto show = [&](uint64_t done) {
         if (!job.report.progressDue(done >= record.bytes)) return;
         const uint64_t files = begun.filesDone + queue.filesDone();

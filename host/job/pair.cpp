@@ -94,7 +94,7 @@ std::string otherEncrypted(const HeldTree& tree, const JobRecord& record,
 /// Whether the encrypted root must bear the mark of the job. Before anything is moved it is made
 /// before the manifest, and it is removed after it: without a manifest there are no lists.
 bool needsMark(const HeldTree& tree, const JobRecord& record) {
-    const bool moved = record.state == JobState::kMoving || record.state == JobState::kRestoring;
+    const bool moved = record.state != JobState::kPreparing && record.state != JobState::kClosing;
     return moved || holds(tree.plain, names::kManifest);
 }
 

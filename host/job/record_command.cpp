@@ -7,7 +7,23 @@ namespace host {
 std::string commandOf(const JobRecord& record, const std::string& plain,
                       const std::string& givenWorker) {
     return commandFor(record.direction, plain,
-                      {record.plain, record.replace, record.dropAttributes, givenWorker});
+                      {.undo = record.undo,
+                       .allowPlain = record.plain,
+                       .replace = record.replace,
+                       .dropAttributes = record.dropAttributes,
+                       .worker = givenWorker});
+}
+
+std::string jobWord(const JobRecord& record) {
+    return std::string(record.undo ? "undo" : toWord(record.direction));
+}
+
+std::string jobText(const JobRecord& record) {
+    return record.undo ? "undo of " + withArticle(record.begun()) : jobWord(record);
+}
+
+std::string jobWithArticle(const JobRecord& record) {
+    return record.undo ? "an " + jobText(record) : withArticle(record.direction);
 }
 
 }  // namespace host

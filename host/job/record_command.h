@@ -11,4 +11,11 @@ namespace host {
 [[nodiscard]] std::string commandOf(const JobRecord& record, const std::string& plain,
                                     const std::string& givenWorker);
 
+/// "encrypt", "decrypt" or "undo".
+[[nodiscard]] std::string jobWord(const JobRecord& record);
+/// "encrypt", or "undo of an encrypt".
+[[nodiscard]] std::string jobText(const JobRecord& record);
+/// "an encrypt", or "an undo of an encrypt".
+[[nodiscard]] std::string jobWithArticle(const JobRecord& record);
+
 }  // namespace host

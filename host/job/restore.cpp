@@ -67,15 +67,20 @@ class Restorer {
             notes_.notThere(metadata, errno, "is no regular file");
         } else if (static_cast<uint64_t>(status.st_size) != metadata.size) {
             notes_.missing(metadata, fmt::format("has {} bytes", status.st_size));
-        } else if (status.st_nlink != 1) {
-            // Its other name may stand where the owner of the tree has no rights.
-            notes_.missing(metadata, "has a second name, which no moved file has");
         } else {
-            notes_.count();
-            const FoundMetadata found = lookAtOpen(file.get(), status);
-            if (differences(metadata, found).empty()) return;  // as after an earlier attempt
-            take(withoutBorrowedRights(metadata, found.status, file.get()), found, file.get());
+            putBackOpen(metadata, lookAtOpen(file.get(), status), file.get());
         }
+    }
+
+    void putBackOpen(const Metadata& metadata, const FoundMetadata& found, int file) {
+        // As after an earlier attempt, or where it never was moved.
+        const bool asItWas = differences(metadata, found).empty();
+        if (!asItWas && found.status.st_nlink != 1) {
+            // Its other name may stand where the owner of the tree has no rights.
+            return notes_.missing(metadata, "has a second name, which no moved file has");
+        }
+        notes_.count();
+        if (!asItWas) take(withoutBorrowedRights(metadata, found.status, file), found, file);
     }
 
     Metadata withoutBorrowedRights(const Metadata& metadata, const struct stat& found, int file) {

@@ -9,6 +9,7 @@
 #include "job/evidence.h"
 #include "job/survey.h"
 #include "say/command_text.h"
+#include "say/finding_texts.h"
 
 namespace host {
 namespace {
@@ -39,24 +40,24 @@ Misfit misfitOf(const SurveyedDirectory& directory, const SurveyedFile& file) {
     return {source, "not-listed", "is still to be moved but on no list any more"};
 }
 
+/// One that has gone can be made all the same.
 bool fits(const SurveyedLink& link) {
-    return link.fate == Fate::kWaits || link.fate == Fate::kArrived;
+    return link.fate != Fate::kNameTaken && link.fate != Fate::kChanged;
 }
 
 Misfit misfitOf(const SurveyedDirectory& directory, const SurveyedLink& link) {
-    const std::string source = directory.source.pathOf(link.name);
     if (link.fate == Fate::kNameTaken) {
         return {directory.target.pathOf(link.name), "other-kind-on-target",
                 "has come into the target, where a symbolic link belongs"};
     }
-    if (link.fate == Fate::kGone) {
-        return {source, "gone",
-                "is a symbolic link that was to be moved and is in neither tree now"};
-    }
-    return {source, "changed", "is not the symbolic link that it was when the move began"};
+    return {directory.source.pathOf(link.name), "changed",
+            "is not the symbolic link that it was when the move began"};
 }
 
-bool fits(const SurveyedFile& file) {
+/// `stays`: what is in the source is not moved, and so nothing that has come to the target is in
+/// its way.
+bool fits(const SurveyedFile& file, bool stays) {
+    if (stays && file.inSource) return file.fate != Fate::kChanged;
     if (file.listed) return file.fate == Fate::kWaits || file.fate == Fate::kArrived;
     // One that has gone after it had arrived is missed at the end.
     return file.fate == Fate::kArrived || file.fate == Fate::kGone;
@@ -69,15 +70,15 @@ void refuseWhatDoesNotFit(const JobContext& job, const JobRecord& record) {
     bool refused = false;
     const auto refuse = [&](const Misfit& misfit) {
         refused = true;
-        job.report.problem(
-            "refusal", {{"path", misfit.path}, {"code", misfit.code}, {"reason", misfit.reason}},
-            fmt::format("refused: {} {}", printable(misfit.path), misfit.reason));
+        reportRefusal(misfit.path, misfit.code, misfit.reason, job.report);
     };
     Manifest manifest = openManifest(job.held, record);
-    const bool replace = record.replace || job.options.preflight.replace;
+    const bool stays = job.options.undo && job.options.direction == record.begun();
+    const bool back = job.options.undo && !stays;
+    const bool replace = !back && (record.replace || job.options.preflight.replace);
     survey(manifest, job.source(), job.target(), replace, [&](const SurveyedDirectory& directory) {
         for (const SurveyedFile& file : directory.files) {
-            if (!fits(file)) refuse(misfitOf(directory, file));
+            if (!fits(file, stays)) refuse(misfitOf(directory, file));
         }
         for (const SurveyedLink& link : directory.links) {
             if (!fits(link)) refuse(misfitOf(directory, link));

@@ -69,11 +69,11 @@ class Judge {
         const auto copy =
             isMovedFile(dotted) || isMovedLink(dotted) ? Found() : lookAt(at_.target, dotted);
         file.inSource = source.there;
+        file.asItWas = isAsItWas(source, file.metadata);
         if (!file.listed && hasItsSize(target, file.metadata)) {
             file.fate = Fate::kArrived;
         } else if (source.there) {
-            file.fate =
-                fateInSource(file, isAsItWas(source, file.metadata), copy.there, target.there);
+            file.fate = fateInSource(file, copy.there, target.there);
         } else if (copy.there) {
             file.fate = fateOfCopy(file, hasItsSize(copy, file.metadata), target.there);
         } else {
@@ -109,8 +109,8 @@ class Judge {
         return file.listed || !hasItsSize(lookAt(at_.target, base), *found->second);
     }
 
-    Fate fateInSource(const SurveyedFile& file, bool asItWas, bool hasCopy, bool nameTaken) {
-        if (!asItWas) return Fate::kChanged;
+    Fate fateInSource(const SurveyedFile& file, bool hasCopy, bool nameTaken) {
+        if (!file.asItWas) return Fate::kChanged;
         // The worker would delete the source for this copy.
         if (hasCopy) {
             const bool same = sameBytes(at_.source, file.name, at_.target, "." + file.name);

@@ -24,6 +24,7 @@ struct SurveyedFile {
     std::string name;
     bool listed = false;    ///< the worker has still to deal with it
     bool inSource = false;  ///< something is there under its name
+    bool asItWas = false;   ///< that is the file, as it was when the job began
     Fate fate = Fate::kGone;
 };
 

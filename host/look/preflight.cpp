@@ -150,7 +150,10 @@ class Inspector {
             found(Finding::kDirectoryUnusable, visit.directory.path());
         } else {
             lookAtOwner(status, visit.directory, "");
-            if (begun_) onlooker_.each(describeDirectory(visit.directory, visit.relative));
+            if (begun_) {
+                above_ = describeDirectory(visit.directory, visit.relative);
+                onlooker_.each(above_);
+            }
         }
         lookAtTypes(visit.entries, visit.directory.path());
         const bool targetIsEmpty = lookAtTargetDirectory(target);
@@ -260,9 +263,7 @@ class Inspector {
         if (!pair.source.look(name, &status)) return found(Finding::kUnreadable, path);
         lookAtOwner(status, pair.source, name);
         ++result_.links;
-        if (begun_) {
-            onlooker_.each(describeLink(pair.source, name, pair.visit.relative + "/" + name));
-        }
+        if (begun_) onlooker_.each(describeLink(pair.source, above_, name));
         if (pair.targetIsEmpty) return;
         // The same link is one that could not be removed here after it had been made there.
         if (kindAt(pair.target, name) != 0 &&
@@ -304,10 +305,7 @@ class Inspector {
         }
         const uint64_t filling = AddedBytes::byFilling(status);
         if (filling != 0) foundAdding(Finding::kHoles, pair.source.pathOf(name), filling);
-        if (begun_) {
-            const std::string relative = pair.visit.relative + "/" + name;
-            onlooker_.each(describeFile(pair.source, name, relative, status));
-        }
+        if (begun_) onlooker_.each(describeFile(pair.source, above_, name, status));
         const auto size = static_cast<uint64_t>(status.st_size);
         ++result_.files;
         result_.bytes += size;
@@ -351,6 +349,7 @@ class Inspector {
     const PreflightOptions& options_;
     const Onlooker& onlooker_;
     bool begun_ = false;
+    Metadata above_;                       ///< once begun: of the directory that is looked at
     const HeldDirectory* abandonedLists_;  ///< the root of the tree they lie in, or null
     Owners owners_;
     const uid_t user_ = geteuid();

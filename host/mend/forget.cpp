@@ -32,7 +32,8 @@ std::string whatIsGivenUp(const HeldTree& tree, const JobRecord& record, Report&
         compareMetadata(manifest, tree.source(record.direction), tree.target(record.direction));
     reportRestored(found, report);
     return fmt::format(
-        "what {} files and directories had as owner, permissions and time, and that {} others "
+        "what {} files and directories had as owner, permissions, attributes and time, and that {} "
+        "others "
         "were there at all",
         found.refused.size(), found.missing.size());
 }
@@ -49,7 +50,7 @@ void forgetJob(const Tree& tree, bool confirmed, const std::string& givenWorker,
     const std::optional<JobRecord>& record = pair.record;
     if (!record) refuse("There is no job to forget.");
     const std::string command = commandOf(*record, tree.plain, givenWorker);
-    if (record->state == JobState::kPreparing || record->state == JobState::kMoving) {
+    if (record->state != JobState::kRestoring && record->state != JobState::kClosing) {
         refuse(fmt::format("Files are still to be moved; {} carries on.", command));
     }
     if (!countPending(held.source(record->direction)).lists.empty()) {

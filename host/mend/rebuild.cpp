@@ -25,8 +25,10 @@ namespace {
 void surveyJob(const HeldTree& tree, const JobRecord& record,
                const std::function<void(const SurveyedDirectory&)>& each) {
     Manifest manifest = openManifest(tree, record);
-    survey(manifest, tree.source(record.direction), tree.target(record.direction), record.replace,
-           each);
+    // Until an undo has turned the lists, what has not arrived stands where the job began.
+    const Direction direction =
+        record.state == JobState::kTurning ? record.begun() : record.direction;
+    survey(manifest, tree.source(direction), tree.target(direction), record.replace, each);
 }
 
 /// What the worker has still to deal with. What does not fit stays listed, so that the resume names
@@ -59,7 +61,7 @@ void addLink(const SurveyedDirectory& directory, const SurveyedLink& link, Manif
     if (link.fate == Fate::kArrived || link.fate == Fate::kWaits) return writer.add(link.metadata);
     const bool isLink = HeldLink(directory.source, link.name).error() == 0;
     if (link.fate == Fate::kChanged && isLink) {
-        writer.add(describeLink(directory.source, link.name, link.metadata.relative));
+        writer.add(describeLink(directory.source, directory.metadata, link.name));
     }
 }
 
@@ -104,7 +106,7 @@ void rebuildLists(const HeldTree& tree, const JobRecord& record) {
 }
 
 void rewriteManifest(const HeldTree& tree, const JobRecord& record) {
-    ManifestWriter writer(tree.plain, {.job = record.id, .direction = record.direction});
+    ManifestWriter writer(tree.plain, {.job = record.id, .direction = record.begun()});
     surveyJob(tree, record, [&](const SurveyedDirectory& directory) {
         writer.add(directory.metadata);
         for (const SurveyedFile& file : directory.files) {
@@ -118,10 +120,16 @@ void rewriteManifest(const HeldTree& tree, const JobRecord& record) {
                 throwErrno("cannot look at " + directory.source.pathOf(file.name));
             }
             // What has become something else than a file cannot be moved; it is left out.
-            if (S_ISREG(status.st_mode)) {
-                writer.add(
-                    describeFile(directory.source, file.name, file.metadata.relative, status));
+            if (!S_ISREG(status.st_mode)) continue;
+            Metadata now = describeFile(directory.source, directory.metadata, file.name, status);
+            if (record.undo && record.state == JobState::kMoving) {
+                // It has none of its own before it is back.
+                now.mode = file.metadata.mode;
+                now.uid = file.metadata.uid;
+                now.gid = file.metadata.gid;
+                now.attributes = file.metadata.attributes;
             }
+            writer.add(now);
         }
         for (const SurveyedLink& link : directory.links) addLink(directory, link, writer);
     });

@@ -51,7 +51,7 @@ void readRecord(const HeldTree& tree, Known& known) {
     try {
         known.record = loadRecord(tree.plain);
         known.sentences.push_back(known.record ? fmt::format("The record says: {}, {}.",
-                                                             toWord(known.record->direction),
+                                                             jobText(*known.record),
                                                              stateWord(known.record->state))
                                                : "There is no record.");
     } catch (const RecordDamaged&) {
@@ -93,7 +93,6 @@ Known lookAtEvidence(const HeldTree& tree) {
 }
 
 Direction directionFrom(const Known& known) {
-    if (known.record) return known.record->direction;
     if (known.manifest) return known.manifest->direction;
     if (known.listsInPlain == known.listsInEncrypted) {
         refuse("Nothing that can be read says in which direction files were moved.");
@@ -103,9 +102,16 @@ Direction directionFrom(const Known& known) {
 
 /// The record of a job that is to be carried on, from what is known of it.
 JobRecord recordFrom(const Known& known, const HeldTree& tree) {
-    JobRecord record = known.record.value_or(newRecord(directionFrom(known)));
-    if (known.record) return record;
-    if (known.manifest) record.id = known.manifest->job;
+    if (known.record) return *known.record;
+    JobRecord record = newRecord(directionFrom(known));
+    if (known.manifest) {
+        record.id = known.manifest->job;
+        // Lists on the other side alone are those of an undo.
+        const bool encrypts = record.direction == Direction::kEncrypt;
+        record.undo = encrypts ? known.listsInEncrypted && !known.listsInPlain
+                               : known.listsInPlain && !known.listsInEncrypted;
+        if (record.undo) record.direction = opposite(record.direction);
+    }
     record.plain = !isOnEcryptfs(tree.encrypted);
     return record;
 }
@@ -180,7 +186,7 @@ class Repair {
         record.metadata = true;
         const Rebuilt found = surveyForRepair(tree_, record);
         record.rootTime = found.rootTime;
-        if (!markFits(tree_.encrypted, record) && found.moved == 0) {
+        if (!markFits(tree_.encrypted, record) && found.moved == 0 && !record.undo) {
             discardPreparation(tree_, record);
             return say("Nothing has been moved, and the traces of the job are gone; " +
                        commandOf(record, paths_.plain, givenWorker_) + " begins again.");
@@ -197,6 +203,7 @@ class Repair {
         record.nameBytes = found.nameBytes;
         if (asItIs_) rewriteManifest(tree_, record);
         rebuildLists(tree_, record);
+        if (record.undo) takeTotals(record);  // Most of its manifest may never have moved.
         settle(record);
     }
 
@@ -212,7 +219,25 @@ class Repair {
             refuse(printable(paths_.encrypted) + " is not what the job began with.");
         }
         record.metadata = false;
+        if (isTurning(record)) {
+            // What was to go back is not known: the job goes on as it began.
+            record.direction = record.begun();
+            record.undo = false;
+            record.state = JobState::kMoving;
+            removeLists(tree_.target(record.direction));
+        }
         repairLists(record);
+    }
+
+    static bool isTurning(const JobRecord& record) {
+        return record.state == JobState::kAdvancing || record.state == JobState::kTurning;
+    }
+
+    void takeTotals(JobRecord& record) {
+        const Pending pending = countPending(tree_.source(record.direction));
+        record.files = pending.files;
+        record.bytes = pending.bytes;
+        record.nameBytes = pending.nameBytes;
     }
 
     void repairLists(JobRecord& record) {
@@ -223,17 +248,17 @@ class Repair {
                             "name without the dot:" +
                                 nameLines(doubtful));
         }
-        const Pending pending = countPending(tree_.source(record.direction));
-        record.files = pending.files;
-        record.bytes = pending.bytes;
-        record.nameBytes = pending.nameBytes;
+        takeTotals(record);
         settle(record);
     }
 
     /// The record last: until it is there, a repair that was stopped is simply done again.
     void settle(JobRecord& record) {
         const bool listsLeft = !countPending(tree_.source(record.direction)).lists.empty();
-        record.state = listsLeft ? JobState::kMoving : JobState::kRestoring;
+        // An undo that turns makes its lists itself.
+        if (!isTurning(record)) {
+            record.state = listsLeft ? JobState::kMoving : JobState::kRestoring;
+        }
         storeMark(tree_.encrypted, record);
         storeRecord(tree_.plain, record);
         tellCommand(record);

@@ -8,10 +8,10 @@ namespace host {
 
 std::string commandFor(Direction direction, const std::string& plain,
                        const CommandOptions& options) {
-    std::string words(toWord(direction));
-    if (options.allowPlain) words += " --allow-plain";
-    if (options.replace) words += " --replace";
-    if (options.dropAttributes) words += " --drop-attributes";
+    std::string words(options.undo ? "undo" : toWord(direction));
+    if (!options.undo && options.allowPlain) words += " --allow-plain";
+    if (!options.undo && options.replace) words += " --replace";
+    if (!options.undo && options.dropAttributes) words += " --drop-attributes";
     if (!options.worker.empty()) words += " --worker " + shellWord(options.worker);
     return commandFor(words, plain);
 }

@@ -9,10 +9,11 @@ namespace host {
 
 /// The options that a named command repeats.
 struct CommandOptions {
+    bool undo = false;  ///< the command is `undo`, which knows the others from the record
     bool allowPlain = false;
     bool replace = false;
     bool dropAttributes = false;
-    std::string worker;  ///< as the person gave it, or empty
+    std::string worker;    ///< as the person gave it, or empty
 };
 
 /// "`vaultctl encrypt DIR`", the command that carries on; between the back quotes it can be pasted

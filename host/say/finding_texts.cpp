@@ -114,6 +114,12 @@ std::string detailOf(const Preflight& preflight, const std::string& path) {
 
 }  // namespace
 
+void reportRefusal(const std::string& path, std::string_view code, std::string_view reason,
+                   Report& report) {
+    report.problem("refusal", {{"path", path}, {"code", code}, {"reason", reason}},
+                   fmt::format("refused: {} {}", printable(path), reason));
+}
+
 void reportFindings(const Preflight& preflight, Report& report) {
     for (const auto& [finding, paths] : preflight.findings) {
         const FindingText about = describe(finding);

@@ -81,6 +81,8 @@ void Report::print(std::FILE* stream, const std::string& text) {
 void Report::endProgress() {
     if (lineLength_ != 0) print(stdout, "\n");
     lineLength_ = 0;
+    completeShown_ = false;
+    lastProgress_.reset();
 }
 
 void Report::printJson(const std::string& event, nlohmann::json& fields) {

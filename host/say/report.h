@@ -50,7 +50,8 @@ class Report {
     /// programs, one in ten seconds elsewhere, and 100% once.
     [[nodiscard]] bool progressDue(bool complete) const;
     void progress(const std::string& title, const Progress& progress);
-    /// Leaves the last progress line standing; what follows begins on a line of its own.
+    /// Leaves the last progress line standing; what follows begins on a line of its own, and is the
+    /// progress of something else.
     void endProgress();
     void workerLog(const std::string& line);
     [[nodiscard]] bool forPrograms() const { return style_.json; }

@@ -23,6 +23,14 @@ namespace {
                                           "moved; run this again.");
 }
 
+/// Whether somebody else than the file's owner could exchange it between two looks by name, so that
+/// the access list of another file, or none, would be taken for its own. Without its list the bits
+/// of the group would let in more than it did.
+bool mayBeAnothersList(const Metadata& above, const Metadata& file) {
+    if (geteuid() != 0 || (file.mode & S_IRWXG) == 0) return false;
+    return (above.mode & (S_IWGRP | S_IWOTH)) != 0 || (above.uid != 0 && above.uid != file.uid);
+}
+
 }  // namespace
 
 Metadata describeDirectory(const HeldDirectory& directory, const std::string& relative) {
@@ -35,10 +43,14 @@ Metadata describeDirectory(const HeldDirectory& directory, const std::string& re
     return metadata;
 }
 
-Metadata describeFile(const HeldDirectory& directory, const std::string& name,
-                      const std::string& relative, const struct stat& status) {
+Metadata describeFile(const HeldDirectory& directory, const Metadata& above,
+                      const std::string& name, const struct stat& status) {
+    const std::string relative = above.relative + "/" + name;
     Metadata metadata = metadataOf(status, relative);
-    if (!lendsRights(metadata) && !hasAttributes(directory, name)) return metadata;
+    if (!lendsRights(metadata) && !mayBeAnothersList(above, metadata) &&
+        !hasAttributes(directory, name)) {
+        return metadata;
+    }
     // All of it from one descriptor: what was looked at may have been exchanged since.
     const std::string path = directory.pathOf(name);
     struct stat opened {};
@@ -50,12 +62,12 @@ Metadata describeFile(const HeldDirectory& directory, const std::string& name,
     return metadata;
 }
 
-Metadata describeLink(const HeldDirectory& directory, const std::string& name,
-                      const std::string& relative) {
+Metadata describeLink(const HeldDirectory& directory, const Metadata& above,
+                      const std::string& name) {
     const HeldLink link(directory, name);
     if (link.error() == EINVAL) refuseOtherKind(directory.pathOf(name));
     throwIfError(-link.error(), "cannot look at " + directory.pathOf(name));
-    Metadata metadata = metadataOf(link.status(), relative);
+    Metadata metadata = metadataOf(link.status(), above.relative + "/" + name);
     metadata.text = link.text();
     return metadata;
 }

@@ -14,11 +14,12 @@ namespace host {
 [[nodiscard]] Metadata describeDirectory(const files::HeldDirectory& directory,
                                          const std::string& relative);
 
-/// The same of what stands in it under `name`, which must be a regular file, of which `status` is
-/// known, or a symbolic link. Throws JobEnd (failed) where it is not, or not any more.
-[[nodiscard]] Metadata describeFile(const files::HeldDirectory& directory, const std::string& name,
-                                    const std::string& relative, const struct stat& status);
-[[nodiscard]] Metadata describeLink(const files::HeldDirectory& directory, const std::string& name,
-                                    const std::string& relative);
+/// The same of what stands under `name` in the directory that `above` describes, and which must be
+/// a regular file, of which `status` is known, or a symbolic link. Throws JobEnd (failed) where it
+/// is no link any more.
+[[nodiscard]] Metadata describeFile(const files::HeldDirectory& directory, const Metadata& above,
+                                    const std::string& name, const struct stat& status);
+[[nodiscard]] Metadata describeLink(const files::HeldDirectory& directory, const Metadata& above,
+                                    const std::string& name);
 
 }  // namespace host

@@ -20,6 +20,10 @@ std::optional<Direction> directionOf(std::string_view word) {
     return std::nullopt;
 }
 
+Direction opposite(Direction direction) {
+    return direction == Direction::kEncrypt ? Direction::kDecrypt : Direction::kEncrypt;
+}
+
 Tree resolveTree(const std::string& directory) {
     std::error_code error;
     const fs::path path = fs::weakly_canonical(fs::absolute(directory), error);

@@ -13,6 +13,8 @@ enum class Direction { kEncrypt, kDecrypt };
 /// The other way; nothing for any other word.
 [[nodiscard]] std::optional<Direction> directionOf(std::string_view word);
 
+[[nodiscard]] Direction opposite(Direction direction);
+
 /// The two directories a job works between: absolute, no trailing slash, links resolved.
 struct Tree {
     std::string plain;

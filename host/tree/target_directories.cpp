@@ -10,6 +10,7 @@
 #include "end/throw_errno.h"
 #include "tree/attributes.h"
 #include "tree/descent.h"
+#include "tree/description.h"
 #include "tree/durable.h"
 #include "tree/metadata.h"
 #include "tree/walk.h"
@@ -19,25 +20,16 @@ using files::HeldDirectory;
 namespace host {
 namespace {
 
-Metadata metadataOfDirectory(const HeldDirectory& directory) {
-    struct stat status {};
-    if (fstat(directory.descriptor(), &status) != 0) {
-        throwErrno("cannot look at " + directory.path());
-    }
-    return metadataOf(status, "");
-}
-
-/// The access list that `directory` has, or none.
-Attributes accessListOf(const HeldDirectory& directory) {
-    Attributes list = readAttributes(directory.descriptor(), directory.path());
-    std::erase_if(list, [](const auto& attribute) { return attribute.first != kAccessList; });
-    return list;
+/// The access list in these attributes, or none.
+Attributes accessListIn(Attributes attributes) {
+    std::erase_if(attributes, [](const auto& attribute) { return attribute.first != kAccessList; });
+    return attributes;
 }
 
 /// With its access list, or the bits of the group would let in more than it does. Where the target
 /// does not take the list, those who are on it stay out.
-void giveOwnerAndMode(const Metadata& model, const Attributes& list,
-                      const HeldDirectory& directory) {
+void giveOwnerAndMode(const Metadata& model, const HeldDirectory& directory) {
+    const Attributes list = accessListIn(model.attributes);
     const int descriptor = directory.descriptor();
     const Attributes found = readAttributes(descriptor, directory.path());
     const mode_t mode =
@@ -51,21 +43,14 @@ void giveOwnerAndMode(const Metadata& model, const Attributes& list,
 
 /// Throws when it cannot be told: a directory that was passed over would keep an owner of ours.
 bool isOursAndEmpty(HeldDirectory& directory) {
-    if (metadataOfDirectory(directory).uid != geteuid()) return false;
+    if (describeDirectory(directory, "").uid != geteuid()) return false;
     if (!directory.beginListing()) throwErrno("cannot list " + directory.path());
     if (directory.nextEntry() != nullptr) return false;
     if (errno != 0) throwErrno("cannot list " + directory.path());
     return true;
 }
 
-}  // namespace
-
-void makeTargetDirectory(const Visit& source, Descent& target) {
-    if (source.relative.empty()) return;
-    const size_t slash = source.relative.rfind('/');
-    const HeldDirectory parent = target.open(source.relative.substr(0, slash));
-    throwIfError(parent.error(), "cannot open " + parent.path());
-    const std::string name = source.relative.substr(slash + 1);
+void makeDirectory(const Metadata& model, const HeldDirectory& parent, const std::string& name) {
     if (!parent.makeChild(name, 0700) && errno != EEXIST) {
         throwErrno("cannot create " + parent.pathOf(name));
     }
@@ -74,9 +59,23 @@ void makeTargetDirectory(const Visit& source, Descent& target) {
     // Made here, or by one that was killed. One that holds something may be this user's own, moved
     // here by whoever owns the tree; what is in it would be his to read.
     if (!isOursAndEmpty(directory)) return;
-    giveOwnerAndMode(metadataOfDirectory(source.directory), accessListOf(source.directory),
-                     directory);
+    giveOwnerAndMode(model, directory);
     syncDirectory(parent);
+}
+
+/// Makes the one at `relative`, which is not the root, below what `descent` opens.
+void makeBelow(Descent& descent, const std::string& relative, const Metadata& model) {
+    const size_t slash = relative.rfind('/');
+    const HeldDirectory parent = descent.open(relative.substr(0, slash));
+    throwIfError(parent.error(), "cannot open " + parent.path());
+    makeDirectory(model, parent, relative.substr(slash + 1));
+}
+
+}  // namespace
+
+void makeTargetDirectory(const Visit& source, Descent& target) {
+    if (source.relative.empty()) return;
+    makeBelow(target, source.relative, describeDirectory(source.directory, source.relative));
 }
 
 void makeTargetDirectories(const HeldDirectory& source, const HeldDirectory& target,
@@ -89,16 +88,25 @@ void makeTargetDirectories(const HeldDirectory& source, const HeldDirectory& tar
     walkTree(source, make, Keep::kDirectoriesAndOwnNames);
 }
 
+void makeDirectoriesAgain(Manifest& manifest, const HeldDirectory& target,
+                          const std::function<void()>& betweenDirectories) {
+    Descent descent(target);
+    manifest.forEach([&](const Metadata& metadata) {
+        if (!metadata.directory || metadata.relative.empty()) return;
+        betweenDirectories();
+        makeBelow(descent, metadata.relative, metadata);
+    });
+}
+
 void hideTargetLikeSource(const HeldDirectory& source, const HeldDirectory& target) {
-    const Metadata wanted = metadataOfDirectory(source);
-    const Metadata found = metadataOfDirectory(target);
-    const Attributes list = accessListOf(source);
+    const Metadata wanted = describeDirectory(source, "");
+    const Metadata found = describeDirectory(target, "");
     if (wanted.uid == found.uid && wanted.gid == found.gid && wanted.mode == found.mode &&
-        list == accessListOf(target)) {
+        accessListIn(wanted.attributes) == accessListIn(found.attributes)) {
         return;
     }
     try {
-        giveOwnerAndMode(wanted, list, target);
+        giveOwnerAndMode(wanted, target);
     } catch (const std::system_error& error) {
         throw JobEnd(ExitStatus::kRefused,
                      std::string(error.what()) + ": it would not hide what " + source.path() +

@@ -4,6 +4,7 @@
 
 #include "files/held_directory.h"
 #include "tree/descent.h"
+#include "tree/manifest.h"
 #include "tree/walk.h"
 
 namespace host {
@@ -16,6 +17,10 @@ void makeTargetDirectory(const Visit& source, Descent& target);
 /// The same for every directory of the source.
 void makeTargetDirectories(const files::HeldDirectory& source, const files::HeldDirectory& target,
                            const std::function<void()>& betweenDirectories);
+
+/// The same from the manifest: the directories of a source to which files go back.
+void makeDirectoriesAgain(Manifest& manifest, const files::HeldDirectory& target,
+                          const std::function<void()>& betweenDirectories);
 
 /// What a root hid stays hidden: gives the target's root the owner and mode of the source's, before
 /// the first file arrives. Throws JobEnd (refused) where that cannot be done.

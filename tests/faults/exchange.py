@@ -10,6 +10,7 @@ worker may not hang. Once the exchange is undone a run without a new scan must f
 import collections
 import contextlib
 import ctypes
+import io
 import itertools
 import os
 import random
@@ -24,6 +25,7 @@ from sweep import LIST, Job, sweep
 OWNER = 1234
 SECRET = random.Random(3).randbytes(32)
 LIBC = ctypes.CDLL(None)
+IN_ACCESS = 1
 
 
 def as_owner(act, *arguments):
@@ -47,7 +49,7 @@ def times_kept(folder):
 MAKE = {
     "link": lambda place, foreign: as_owner(os.symlink, foreign, place),
     "dangling link": lambda place, foreign: as_owner(os.symlink, foreign.parent / "none", place),
-    "hard link": lambda place, foreign: os.link(foreign, place) or os.utime(foreign, (2**31, 1)),
+    "hard link": lambda place, foreign: os.link(foreign, place),
     "pipe": lambda place, foreign: as_owner(os.mkfifo, place)}
 KINDS = [(side, path, kind) for side, path, kinds in (
     ("source", "a", ["link"]), ("source", "a/b", ["link"]),
@@ -69,43 +71,55 @@ class Exchanges:
         self.aside.parent.mkdir()
         self.log.touch()
         for path in top.rglob("*"):
-            os.chown(path, OWNER, OWNER)
+            os.chown(path, OWNER, OWNER, follow_symlinks=False)
         for name, data in files.items():
             (self.outside / name).parent.mkdir(parents=True, exist_ok=True)
             (self.outside / name).write_bytes(data)
         top.chmod(0o755)
         self.outside.chmod(0o700)
+        watch = LIBC.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
         for path in [*self.outside.rglob("*")]:
-            os.utime(path, (0, 1))  # read after that it would get a new time of access
+            os.utime(path, (0, 1))
+            LIBC.inotify_add_watch(watch, bytes(path), IN_ACCESS)
+        self.watch = os.fdopen(watch, "rb", 0)
 
     def look_outside(self):
         """Whatever a read, a change, a new file or a removal would show in."""
+        read = {self.watch.read(1 << 16)}  # which leaves no time of access
         looks = {path: path.lstat() for path in self.outside.rglob("*")}
-        for path in filter(Path.is_dir, looks):
-            os.utime(path, (0, 1))  # this look was a read too
-        return {(path, look.st_mode, look.st_uid, look.st_gid, look.st_size, look.st_atime,
-                 look.st_mtime) for path, look in looks.items()}
+        self.watch.read(1 << 16)  # this look was a read too
+        return read | {(path, look.st_mode, look.st_uid, look.st_gid, look.st_size, look.st_mtime)
+                       for path, look in looks.items()}
+
+    @staticmethod
+    def text_of(path):
+        """Of a link, which is known by it when it has been moved."""
+        return os.readlink(path) if path.is_symlink() else None
 
     def exchange(self, side, path, kind):
         self.place = getattr(self, side) / path
         with times_kept(self.place.parent):
-            if self.place.is_dir() and self.place.stat().st_uid == 0:
+            isdir = self.place.is_dir() and not self.place.is_symlink()
+            if isdir and self.place.stat().st_uid == 0:
                 as_owner(os.rmdir, self.place)  # which he can, but not move it elsewhere
             elif os.path.lexists(self.place):
                 as_owner(os.rename, self.place, self.aside)
             MAKE[kind](self.place, self.outside / path)
+        if kind == "hard link":
+            self.watch = io.BytesIO()
+        self.text = self.text_of(self.place) or "none"
         self.fake, self.seen = self.place.lstat(), self.look_outside()
 
     def undo(self):
         """Puts the original where the fake is now; some also where the fake is no more."""
         found = [path for side in (self.source, self.target) for path in side.rglob("*")
-                 if os.path.samestat(path.lstat(), self.fake)]
+                 if os.path.samestat(path.lstat(), self.fake) or self.text_of(path) == self.text]
         for place in found or [self.place] * (self.place.name in self.lasting):
             with times_kept(place.parent):
                 if found:
                     now = place.rename(self.aside.with_name("fake")).lstat()
                     assert (now.st_mode, now.st_uid) == (self.fake.st_mode, self.fake.st_uid), now
-                if self.aside.exists():
+                if os.path.lexists(self.aside):
                     as_owner(os.rename, self.aside, place)
 
 
@@ -156,7 +170,7 @@ def mislead(case, tree=Tree):
         return False
     job.undo()
     assert code in job.codes, f"ended with {code}"
-    differences = {str(path) for path, *_ in job.look_outside() ^ job.seen}
+    differences = {str(each) for each in job.look_outside() ^ job.seen}
     assert not differences, f"read or changed: {differences}"
     job.complete()
     return True

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Kills vaultctl, then makes it fail, at every system call of its own; and kills its worker.
 
-After each the same command must finish the job: every byte, link, mode, owner, time and
-attribute.
+After each the same command must finish the job: every byte, link, mode, owner, time
+and attribute.
 
     calls.py VAULTCTL WORKER [STRIDE]    only every STRIDE-th point (default 1)
 """
@@ -10,42 +10,42 @@ import random
 import re
 import sys
 
-from jobs import FILES, Job, sweep
+from jobs import FILES, WAYS, sweep
 
-CHANGING = ("openat write fsync renameat unlinkat mkdirat symlinkat fchown fchownat fchmod fsetxattr "
-            "fremovexattr utimensat sync").split()
-LOOKING = ("newfstatat fstat read pread64 readlinkat getdents64 statfs fstatfs faccessat faccessat2 "
-           "llistxattr flistxattr fgetxattr flock").split()
+CHANGING = ("openat write fsync renameat unlinkat mkdirat symlinkat fchown fchownat fchmod "
+            "fsetxattr fremovexattr utimensat sync").split()
+LOOKING = ("newfstatat fstat read pread64 readlinkat getdents64 statfs fstatfs faccessat "
+           "faccessat2 llistxattr flistxattr fgetxattr flock").split()
 ERRORS = "EIO ENOSPC EACCES".split()
 
 
-def points(encrypt, calls, stride):
-    """(direction, call, N) from the first call on that has to do with the tree."""
+def points(way, calls, stride):
+    """(way, call, N) from the first call on that has to do with the tree."""
     for call in calls:
-        _, _, trace = (job := Job(encrypt)).traced(call, "")
+        _, _, trace = (job := WAYS[way]()).traced(call, "")
         lines = re.findall(rf"^{call}\(.*", trace, re.MULTILINE)
         first = next((n for n, line in enumerate(lines, 1)
                       if call in ("sync", "llistxattr") or str(job.plain) in line), 10**9)
-        yield from ((encrypt, call, n) for n in range(first, len(lines) + 1, stride))
+        yield from ((way, call, n) for n in range(first, len(lines) + 1, stride))
 
 
 def kill(pair):
     """Kills a run, and then the run that carries on; a third one must finish."""
-    job = Job(pair[0][0])
+    job = WAYS[pair[0][0]]()
     for _, call, n in pair:
         job.traced(call, f"signal=KILL:when={n}")
     job.finish()
 
 
 def kill_worker(case):
-    rename, encrypt = case
-    Job(encrypt).pause(rename).finish()
+    rename, way = case
+    WAYS[way]().pause(rename).finish()
 
 
 def fail(case):
     """What fails must be said with its path, or not matter."""
-    (encrypt, call, n), error = case
-    status, said, _ = (job := Job(encrypt)).traced(call, f"error={error}:when={n}")
+    (way, call, n), error = case
+    status, said, _ = (job := WAYS[way]()).traced(call, f"error={error}:when={n}")
     # 74: all is done, but that could not be said.
     assert status in (0, 1, 2, 74), f"status {status}: {said}"
     if status in (0, 74):
@@ -57,12 +57,11 @@ def fail(case):
 
 def main():
     stride = int(sys.argv[3]) if len(sys.argv) > 3 else 1
-    ways = (True, False)
-    kills = [point for way in ways for point in points(way, CHANGING, stride)]
-    faults = [point for way in ways for point in points(way, CHANGING + LOOKING, stride)]
+    kills = [point for way in WAYS for point in points(way, CHANGING, stride)]
+    faults = [point for way in WAYS for point in points(way, CHANGING + LOOKING, stride)]
     sound = [
         sweep("kills of the worker", kill_worker,
-              [(rename, way) for rename in range(1, 2 * len(FILES) + 1) for way in ways]),
+              [(rename, way) for rename in range(1, 2 * len(FILES) + 1) for way in WAYS]),
         sweep("kill points", kill, [*zip(kills, random.Random(2).sample(kills, len(kills)))]),
         sweep("faults", fail, [(point, error) for point in faults for error in ERRORS])]
     return all(sound)

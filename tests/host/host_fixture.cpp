@@ -1,10 +1,13 @@
 #include "host_fixture.h"
 
+#include <fcntl.h>
 #include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fstream>
@@ -86,18 +89,26 @@ HostTest::Snapshot HostTest::snapshot(const fs::path& root) {
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
         struct stat status {};
         EXPECT_EQ(lstat(entry.path().c_str(), &status), 0) << entry;
-        snapshot[fs::relative(entry, root)] =
-            android::base::StringPrintf("%o %u:%u %ld.%09ld ", status.st_mode, status.st_uid,
-                                        status.st_gid, status.st_mtim.tv_sec,
-                                        status.st_mtim.tv_nsec) +
-            (S_ISREG(status.st_mode) ? read(entry) : "");
+        std::string& row = snapshot[entry.path().lexically_relative(root)];
+        row = android::base::StringPrintf("%o %u:%u %ld.%09ld ", status.st_mode, status.st_uid,
+                                          status.st_gid, status.st_mtim.tv_sec,
+                                          status.st_mtim.tv_nsec);
+        char attributes[1000];
+        const ssize_t size = llistxattr(entry.path().c_str(), attributes, sizeof attributes);
+        row.append(attributes, static_cast<size_t>(std::max<ssize_t>(0, size)));
+        // Those of a directory are changed by this listing.
+        if (!S_ISDIR(status.st_mode)) row += std::to_string(status.st_atim.tv_sec) + " ";
+        if (S_ISREG(status.st_mode)) row += read(entry);
+        if (S_ISLNK(status.st_mode)) row += fs::read_symlink(entry);
+        const timespec times[] = {status.st_atim, status.st_mtim};
+        EXPECT_EQ(utimensat(AT_FDCWD, entry.path().c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
     }
     return snapshot;
 }
 
 std::string HostTest::command(const std::string& words) const {
     const std::string line = "'" VAULTCTL_COMMAND "' " + words + " " + box.string() + "/";
-    return words.starts_with("status") ? line : line + " --allow-plain";
+    return words.find("crypt") == std::string::npos ? line : line + " --allow-plain";
 }
 
 Ended HostTest::run(const std::string& words) const { return Vaultctl(command(words)).finish(); }
@@ -116,11 +127,13 @@ std::string HostTest::traced(const std::string& options, const std::string& comm
 Vaultctl HostTest::startSlowly(const std::string& path) {
     write(box / path, std::string(4 << 20, 'x'));
     files = filesIn(box);
-    const fs::path copy =
-        (enc / path)
-            .replace_filename(".ecryptfs_intermediate_" + fs::path(path).filename().string());
+    return meet("encrypt", enc / path);
+}
+
+Vaultctl HostTest::meet(const std::string& words, fs::path copy) const {
+    copy.replace_filename(".ecryptfs_intermediate_" + copy.filename().string());
     // As its grandchild in a group of its own, strace lets signals and ends through untouched.
-    Vaultctl host(traced("-DD -f -e inject=sendfile:delay_enter=200000", command("encrypt")));
+    Vaultctl host(traced("-DD -f -e inject=sendfile:delay_enter=200000", command(words)));
     // The host notes the worker's number just after it has started it.
     const auto met = [&] {
         if (!fs::exists(copy)) return false;

@@ -37,11 +37,11 @@ struct Vaultctl {
 /// Real runs of vaultctl on the two trees.
 class HostTest : public WorkerTest {
   protected:
-    /// Path below the root to mode, owner, time and contents.
+    /// Path below the root to mode, owner, times, attributes and contents.
     using Snapshot = std::map<std::string, std::string>;
     static Snapshot snapshot(const std::filesystem::path& root);
 
-    /// `vaultctl WORDS box`, with --allow-plain where something may be moved.
+    /// `vaultctl WORDS box`, with --allow-plain where that is taken.
     [[nodiscard]] std::string command(const std::string& words) const;
     [[nodiscard]] Ended run(const std::string& words) const;
     /// Encrypts as soon as no worker without its host is at it any more.
@@ -52,5 +52,7 @@ class HostTest : public WorkerTest {
     /// Starts an encryption on a slow disk and returns while its worker copies `path`, a file that
     /// this makes below the source and that takes some seconds. All of the source is in `files`.
     [[nodiscard]] Vaultctl startSlowly(const std::string& path);
+    /// Runs `vaultctl WORDS` on a slow disk and returns while its worker makes `copy`.
+    [[nodiscard]] Vaultctl meet(const std::string& words, std::filesystem::path copy) const;
     Files files;
 };

@@ -32,6 +32,7 @@ class Job:
         self.encrypted = Path(f"{self.plain}_enc")
         self.word, self.source, self.target = (("encrypt", self.plain, self.encrypted) if encrypt
                                                else ("decrypt", self.encrypted, self.plain))
+        self.words = self.word, "--allow-plain"
         self.target.mkdir()
         for name, data in FILES.items():
             (self.source / name).parent.mkdir(parents=True, exist_ok=True)
@@ -43,15 +44,19 @@ class Job:
             os.chown(path, 1000 + number, 2000, follow_symlinks=False)
             if not path.is_symlink():
                 path.chmod(0o700 + number)
-        (self.source / "N").chmod(0o6755)
-        for (name, attribute), value in ATTRIBUTES.items():
-            os.setxattr(self.source / name, attribute, value)
+        self.dress()
         for number, path in paths:
             os.utime(path, ns=(10**17 + number, 10**18 + number), follow_symlinks=False)
         self.source.chmod(0o750)
         self.before = self.snapshot(self.source)
         if not encrypt:
             self.target.rmdir()  # The way back makes it again.
+
+    def dress(self):
+        """What a change of owner takes off."""
+        (self.source / "N").chmod(0o6755)
+        for (name, attribute), value in ATTRIBUTES.items():
+            os.setxattr(self.source / name, attribute, value)
 
     @staticmethod
     def snapshot(root):
@@ -79,7 +84,7 @@ class Job:
         return rows
 
     def command(self, *words, worker=WORKER):
-        return [VAULTCTL, *(words or (self.word, "--allow-plain")), "--worker", worker, self.plain]
+        return [VAULTCTL, *(words or self.words), "--worker", worker, self.plain]
 
     def run(self, *words, wrapper=(), worker=WORKER):
         """Returns the exit status and what was said."""
@@ -108,13 +113,21 @@ class Job:
         assert (hidden.st_mode, hidden.st_uid) == (shown.st_mode, shown.st_uid), "not hidden"
         return self
 
+    def undo(self, rename=8):
+        """Stops it there, to be taken back: it ends where it began. Before the eighth one N waits
+        for its name, and .N is still in the source."""
+        self.pause(rename)
+        self.word, self.words = "undo", ("undo",)
+        self.source, self.target = self.target, self.source
+        return self
+
     def finish(self, metadata=True):
         status, said = self.run()
         # Without a manifest nothing says which links there were: those are another move.
         while "is still moving" in said or (not metadata and "moves them" in said):
             time.sleep(0.02)
             status, said = self.run()
-        assert status == 0, f"it does not finish: {said}"
+        assert status == 0 or "is no job to undo" in said, f"it does not finish: {said}"
         self.check(metadata)
 
     def check(self, metadata=True):
@@ -123,13 +136,20 @@ class Job:
         after, before = ({name: row if name != "." else row[:3] for name, row in each.items()}
                          for each in (after, before))
         if not metadata:
-            after, before = ({name: row[-1] for name, row in each.items()}
+            # Nor can an undo tell then which links it had to move on.
+            after, before = ({name: row[-1] for name, row in each.items()
+                              if self.word != "undo" or not stat.S_ISLNK(row[0])}
                              for each in (after, before))
         assert after == before, [(name, *set(after.get(name, ())) ^ set(before.get(name, ())))
                                  for name in {**after, **before}
                                  if after.get(name) != before.get(name)]
-        left = [name for name, row in self.snapshot(self.source).items() if row[-1] is not None]
+        left = [name for name, row in self.snapshot(self.source).items() if row[-1] is not None
+                and (metadata or not stat.S_ISLNK(row[0]))]
         assert not left, f"left behind: {left}"
+
+
+WAYS = {"encrypt": Job, "decrypt": lambda: Job(False),
+        "undo of an encrypt": lambda: Job().undo(), "undo of a decrypt": lambda: Job(False).undo()}
 
 
 def sweep(title, test, cases):

@@ -98,6 +98,91 @@ TEST_P(Killed, IsCarriedOnWithoutALoss) {
 INSTANTIATE_TEST_SUITE_P(Who, Killed, ::testing::Values("host", "worker", "both"),
                          [](const auto& test) { return test.param; });
 
+/// An undo of a job whose worker was ended after two files; the first takes seconds to go back.
+TEST_F(HostTest, AnUndoIsPausedAndCarriedOnByItsOwnCommandAlone) {
+    const fs::path worker = folder / "worker";
+    const auto script = [&](const std::string& line) {
+        write(worker, "#!/bin/sh\n" + line + "\n");
+        fs::permissions(worker, fs::perms::owner_all);
+        return " --worker " + worker.string();
+    };
+    for (const char* const name : {"a", "b", "c"}) write(box / name, name);
+    write(box / "d/large", std::string(4 << 20, 'x'));
+    write(enc / "other", "was there before");
+    fs::create_directory(enc / "place");
+    const Snapshot before = snapshot(box);
+    EXPECT_EQ(run("undo").status, 2) << "no job";
+    EXPECT_EQ(run("encrypt" + script("'" WORKER_COMMAND "' \"$@\"; kill -KILL $PPID")).status,
+              -SIGKILL);
+    EXPECT_TRUE(run("undo").says("had not moved anything"));
+    EXPECT_EQ(snapshot(box), before);
+    EXPECT_TRUE(run("status").says("No job"));
+
+    const std::string ended = script(
+        "exec " + traced("-e inject=renameat:signal=KILL:when=5", "'" WORKER_COMMAND "' \"$@\""));
+    EXPECT_EQ(run("encrypt --replace" + ended).status, 1);
+    Vaultctl undo = meet("undo --json", box / "d/large");
+    ASSERT_EQ(kill(undo.pid, SIGINT), 0);
+    const Ended paused = undo.finish();
+    EXPECT_EQ(paused.status, 3) << paused.output;
+    EXPECT_EQ(paused.events("warning").at(0).at("code"), "replaced");
+    EXPECT_EQ(paused.events("start").at(0).at("files"), 2);
+    const std::string own = "`vaultctl undo " + box.string() + "`";
+    EXPECT_TRUE(paused.says(own + " carries on")) << paused.output;
+    for (const char* const words : {"encrypt", "decrypt", "check encrypt", "forget"}) {
+        const Ended refused = run(words);
+        EXPECT_EQ(refused.status, 2) << words;
+        EXPECT_TRUE(refused.says(own)) << refused.output;
+    }
+    const nlohmann::json status = run("status --json").events("status").at(0);
+    EXPECT_EQ(status.at("undoes"), "encrypt");
+    EXPECT_EQ(status.at("files_left"), 2);
+    fs::rename(enc, folder / "away");
+    fs::create_directory(enc);
+    EXPECT_EQ(run("undo").status, 2) << "not the directory that the move began with";
+    fs::remove(enc);
+    fs::rename(folder / "away", enc);
+    const Ended rest = run("undo");
+    EXPECT_EQ(rest.status, 0) << rest.output;
+    EXPECT_EQ(snapshot(box), before);
+    EXPECT_TRUE(filesIn(enc) == (Files{{"other", "was there before"}}));
+    EXPECT_FALSE(fs::exists(box / "place")) << "it was never in the source";
+    EXPECT_EQ(run("undo").status, 2) << "no job any more";
+
+    EXPECT_EQ(Vaultctl(traced("-e inject=fchmod:error=EPERM:when=3+", command("encrypt")))
+                  .finish()
+                  .status,
+              1);
+    const Ended late = run("undo");
+    EXPECT_EQ(late.status, 2) << "all files have been moved";
+    EXPECT_TRUE(late.says("`vaultctl decrypt --allow-plain " + box.string())) << late.output;
+}
+
+/// What would take a file's place on its way back, or was not left as it was moved.
+TEST_F(HostTest, AnUndoThatCouldLoseAFileIsRefusedBeforeItBegins) {
+    const fs::path worker = folder / "worker";
+    write(worker, "#!/bin/sh\nexec " + traced("-e inject=renameat:signal=KILL:when=5",
+                                              "'" WORKER_COMMAND "' \"$@\"\n"));
+    fs::permissions(worker, fs::perms::owner_all);
+    for (const char* const name : {"d/a", "d/e/b", "c"}) write(box / name, name);
+    EXPECT_EQ(run("encrypt --worker " + worker.string()).status, 1);
+    const std::pair<std::string, std::string> cases[] = {
+        {"dotted-on-target", "box/d/.a"}, {"on-target", "box/d/a"}, {"gone", "box_enc/d/a"}};
+    for (const auto& [code, path] : cases) {
+        const fs::path file = folder / path;
+        const std::string was = fs::exists(file) ? read(file) : "";
+        write(file, "somebody's");
+        const Ended ended = run("undo --json");
+        EXPECT_EQ(ended.status, 2) << ended.output;
+        EXPECT_EQ(ended.events("refusal").at(0).at("code"), code) << ended.output;
+        EXPECT_EQ(run("status --json").events("status").at(0).at("job"), "encrypt");
+        was.empty() ? (void)fs::remove(file) : write(file, was);
+    }
+    EXPECT_EQ(run("undo").status, 0);
+    EXPECT_EQ(filesIn(enc), Files());
+    EXPECT_EQ(filesIn(box).size(), 3U);
+}
+
 /// The mount of the encrypted directory may have gone, with the lists in it.
 TEST_F(HostTest, APreparationThatWasCutIsThrownAwayOnlyBesideItsOwnDirectory) {
     const fs::path worker = folder / "worker";
