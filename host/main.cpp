@@ -121,7 +121,9 @@ class CommandLine {
             "Exit status: 0 done, 1 failed, 2 refused, 3 paused, 64 wrong usage,\n"
             "74 done but the output could not be written.\n"
             "Ctrl-C pauses; a second one ends the worker at once, which is safe.");
-        addJob(app_, "encrypt", "move DIR's files into DIR_enc", Direction::kEncrypt);
+        addJob(app_, "encrypt", "move DIR's files into DIR_enc", Direction::kEncrypt)
+            .add_flag("--discard", arguments.job.discard,
+                      "at the end discard the free space on the file system of DIR");
         addJob(app_, "decrypt", "move the files back into DIR", Direction::kDecrypt);
         CLI::App& undo = *app_.add_subcommand("undo", "take back a move that is not finished");
         addDirectory(undo);
@@ -189,8 +191,8 @@ class CommandLine {
         }
         return fault + "vaultctl --help tells more.";
     }
-    void addJob(CLI::App& parent, const std::string& name, const std::string& description,
-                Direction direction) {
+    CLI::App& addJob(CLI::App& parent, const std::string& name, const std::string& description,
+                     Direction direction) {
         CLI::App& command = *parent.add_subcommand(name, description);
         addDirectory(command);
         command.add_flag("--allow-plain", arguments_.job.preflight.allowPlain,
@@ -200,6 +202,7 @@ class CommandLine {
         command.add_flag("--drop-attributes", arguments_.job.preflight.dropAttributes,
                          "leave behind attributes that the target does not take");
         command.callback([this, direction] { arguments_.job.direction = direction; });
+        return command;
     }
 
     Arguments& arguments_;

@@ -79,9 +79,10 @@ void discardPreparation(const HeldTree& tree, const JobRecord& record) {
     (void)putBackTime(record.rootTime, source.descriptor());  // Only the record knew it.
 }
 
-void removeEvidence(const HeldTree& tree) {
+void removeEvidence(const HeldTree& tree, const std::function<void()>& beforeLast) {
     removeDurably(tree.plain, names::kManifest);
     if (tree.encrypted.isOpen()) removeDurably(tree.encrypted, names::kMark);
+    beforeLast();
     removeDurably(tree.plain, names::kJobRecord);
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "job/job_record.h"
 #include "tree/held_tree.h"
 #include "tree/manifest.h"
@@ -14,8 +16,10 @@ namespace host {
 void discardPreparation(const HeldTree& tree, const JobRecord& record);
 
 /// Removes manifest, mark and record, in this order, so that what is found after a kill is never
-/// less than what is still to be done. To be called when nothing is left that they could help with.
-void removeEvidence(const HeldTree& tree);
+/// less than what is still to be done. To be called when nothing is left that they could help with,
+/// but for what `beforeLast` does while the record is still there.
+void removeEvidence(
+    const HeldTree& tree, const std::function<void()>& beforeLast = [] {});
 
 /// Gives both roots the time that the evidence in them has changed.
 void putBackRootTimes(const HeldTree& tree, const JobRecord& record);

@@ -3,7 +3,9 @@
 #include <dirent.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <fmt/format.h>
@@ -14,6 +16,7 @@
 #include "job/restore.h"
 #include "say/command_text.h"
 #include "say/text.h"
+#include "tree/discard.h"
 #include "tree/durable.h"
 #include "tree/names.h"
 #include "tree/walk.h"
@@ -85,6 +88,34 @@ void restore(const JobContext& job, JobRecord& record) {
                              commandFor("forget", job.tree.plain)));
 }
 
+std::string whyNotDiscarded(int error) {
+    switch (error) {
+        case -EOPNOTSUPP:
+        case -ENOTTY:
+            return "its file system, or the device below it, cannot do that";
+        case -EPERM:
+            return "only root may do that";
+        default:
+            return std::generic_category().message(-error);
+    }
+}
+
+void discard(const JobContext& job) {
+    const std::string& source = job.source().path();
+    job.report.say("discarding", {{"directory", source}},
+                   "Discarding the free space on the file system of " + printable(source));
+    const Discarded discarded = discardFreeSpace(job.source());
+    if (discarded.error == 0) {
+        return job.report.say("discarded", {{"directory", source}, {"bytes", discarded.bytes}},
+                              fmt::format("Discarded {} of free space on the file system of {}",
+                                          formatBytes(discarded.bytes), printable(source)));
+    }
+    const std::string why = whyNotDiscarded(discarded.error);
+    job.report.warn(
+        "warning", {{"path", source}, {"code", "not-discarded"}, {"reason", why}},
+        fmt::format("warning: the free space of {} was not discarded: {}", printable(source), why));
+}
+
 }  // namespace
 
 void finishJob(const JobContext& job, JobRecord& record) {
@@ -97,7 +128,9 @@ void finishJob(const JobContext& job, JobRecord& record) {
                            fmt::format("{} still in the source:{}", counted(left.size(), "file"),
                                        nameLines(left)));
     }
-    removeEvidence(job.held);
+    removeEvidence(job.held, [&] {
+        if (record.discard && !record.undo) discard(job);
+    });
     putBackRootTimes(job.held, record);
     const std::string target = printable(job.target().path());
     if (!left.empty() && !record.undo) {

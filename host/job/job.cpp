@@ -62,6 +62,7 @@ class Job {
                                      commandOf(record, job_.tree.plain, job_.options.givenWorker)));
         }
         record_ = record;
+        record_.discard |= job_.options.discard;
         if (record.state == JobState::kRestoring && !countPending(job_.source()).lists.empty()) {
             // A directory that somebody had taken away is back, with its list.
             record_.state = JobState::kMoving;

@@ -13,6 +13,7 @@ struct JobOptions {
     /// In which files move now; an undo takes it from the record.
     Direction direction = Direction::kEncrypt;
     bool undo = false;
+    bool discard = false;     ///< after an encrypt: the source's free space
     std::string worker;       ///< path of the executable
     std::string givenWorker;  ///< as the person named it, or empty
     PreflightOptions preflight;
@@ -23,6 +24,7 @@ struct JobOptions {
                 .allowPlain = preflight.allowPlain,
                 .replace = preflight.replace,
                 .dropAttributes = preflight.dropAttributes,
+                .discard = discard,
                 .worker = givenWorker};
     }
     /// The command that carries on.

@@ -142,6 +142,7 @@ Pending prepareJob(const JobContext& job, const std::optional<JobRecord>& abando
     record.plain = !isOnEcryptfs(job.held.encrypted);
     record.replace = job.options.preflight.replace;
     record.dropAttributes = job.options.preflight.dropAttributes;
+    record.discard = job.options.discard;
     if (abandoned) discardPreparation(job.held, *abandoned);
     const std::string source = job.source().path();
     job.report.say("preparing", {{"source", source}}, "Looking through " + printable(source));

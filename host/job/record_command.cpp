@@ -11,6 +11,7 @@ std::string commandOf(const JobRecord& record, const std::string& plain,
                        .allowPlain = record.plain,
                        .replace = record.replace,
                        .dropAttributes = record.dropAttributes,
+                       .discard = record.discard,
                        .worker = givenWorker});
 }
 

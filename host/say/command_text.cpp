@@ -12,6 +12,8 @@ std::string commandFor(Direction direction, const std::string& plain,
     if (!options.undo && options.allowPlain) words += " --allow-plain";
     if (!options.undo && options.replace) words += " --replace";
     if (!options.undo && options.dropAttributes) words += " --drop-attributes";
+    const bool encrypts = direction == Direction::kEncrypt;
+    if (!options.undo && options.discard && encrypts) words += " --discard";
     if (!options.worker.empty()) words += " --worker " + shellWord(options.worker);
     return commandFor(words, plain);
 }

@@ -13,6 +13,7 @@ struct CommandOptions {
     bool allowPlain = false;
     bool replace = false;
     bool dropAttributes = false;
+    bool discard = false;  ///< said only with encrypt, which alone takes it
     std::string worker;    ///< as the person gave it, or empty
 };
 

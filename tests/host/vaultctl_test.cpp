@@ -219,6 +219,38 @@ TEST_F(HostTest, AFullTargetStopsTheMoveAndRoomLetsItGoOn) {
     EXPECT_EQ(umount(enc.c_str()), 0);
 }
 
+/// Never in the folder of temporary files itself: that would be the whole machine's free space.
+TEST_F(HostTest, FreedBlocksAreForgottenByTheDeviceOrItIsSaidThatTheyAreNot) {
+    const std::string image = (folder / "image").string();
+    const std::string secret(1 << 20, '~');
+    const auto sh = [](const std::string& line) { return Vaultctl(line).finish().status; };
+    for (const bool able : {false, true}) {
+        SCOPED_TRACE(able);
+        const std::string where = box.string();
+        write(image, "");
+        fs::resize_file(image, 64 << 20);
+        const int mounted =
+            able ? sh("mkfs.ext4 -q " + image) + sh("mount -o loop " + image + " " + where)
+                 : sh("mount -t tmpfs -o size=64m tmpfs " + where);
+        if (mounted != 0) GTEST_SKIP() << "needs file systems of its own";
+        write(box / "file", secret);
+        sync();
+        EXPECT_EQ(read(image).find(secret) != std::string::npos, able);
+        write(folder / "worker", "#!/bin/sh\n[ $2 = 0 ] && exec '" WORKER_COMMAND "' \"$@\"\n");
+        fs::permissions(folder / "worker", fs::perms::owner_all);
+        EXPECT_EQ(run("encrypt --discard --worker " + (folder / "worker").string()).status, 1);
+        EXPECT_TRUE(run("status").says("`vaultctl encrypt --allow-plain --discard /"));
+        const Ended ended = run("encrypt --json");
+        EXPECT_EQ(ended.status, 0) << ended.output;
+        EXPECT_EQ(ended.events("discarded").size(), able ? 1 : 0) << ended.output;
+        EXPECT_EQ(ended.says("\"not-discarded\""), !able) << ended.output;
+        EXPECT_EQ(read(image).find(std::string(4096, '~')), std::string::npos);
+        EXPECT_EQ(sh("umount " + where), 0);
+        EXPECT_EQ(read(enc / "file"), secret);
+        fs::remove(enc / "file");
+    }
+}
+
 TEST_F(HostTest, AFileThatCameDuringTheMoveIsNamedAndMovedNextTime) {
     Vaultctl host = startSlowly("d/large");
     write(box / "late", "late");
