@@ -84,7 +84,7 @@ class Restorer {
     }
 
     Metadata withoutBorrowedRights(const Metadata& metadata, const struct stat& found, int file) {
-        if (onlyLook_ || geteuid() != 0 || !lendsRights(metadata) ||
+        if (onlyLook_ || ourUser() != 0 || !lendsRights(metadata) ||
             isCertain(metadata, found, file)) {
             return metadata;
         }

@@ -20,8 +20,6 @@
 #include "tree/names.h"
 #include "tree/same_bytes.h"
 
-using files::HeldDirectory;
-
 namespace host {
 namespace {
 

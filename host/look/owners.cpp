@@ -5,12 +5,11 @@
 #include <algorithm>
 #include <fstream>
 
+#include "tree/metadata.h"
+
 namespace host {
 
-Owners::Owners()
-    : user_(geteuid()),
-      users_(readMap("/proc/self/uid_map")),
-      groups_(readMap("/proc/self/gid_map")) {
+Owners::Owners() : users_(readMap("/proc/self/uid_map")), groups_(readMap("/proc/self/gid_map")) {
     own_.resize(static_cast<size_t>(std::max(0, getgroups(0, nullptr))));
     own_.resize(
         static_cast<size_t>(std::max(0, getgroups(static_cast<int>(own_.size()), own_.data()))));
@@ -36,8 +35,8 @@ bool Owners::contains(const std::vector<Range>& ranges, uint64_t id) {
 }
 
 bool Owners::canBePutBack(const struct stat& status) const {
-    if (user_ == 0) return contains(users_, status.st_uid) && contains(groups_, status.st_gid);
-    return status.st_uid == user_ &&
+    if (ourUser() == 0) return contains(users_, status.st_uid) && contains(groups_, status.st_gid);
+    return status.st_uid == ourUser() &&
            std::find(own_.begin(), own_.end(), status.st_gid) != own_.end();
 }
 

@@ -24,7 +24,6 @@ class Owners {
     static std::vector<Range> readMap(const char* path);
     static bool contains(const std::vector<Range>& ranges, uint64_t id);
 
-    uid_t user_;  ///< who this process is
     std::vector<Range> users_;
     std::vector<Range> groups_;
     std::vector<gid_t> own_;  ///< the groups of a user other than root

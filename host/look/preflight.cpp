@@ -8,14 +8,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <system_error>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
+#include "look/name_faults.h"
 #include "look/owners.h"
+#include "look/space.h"
 #include "tree/added_bytes.h"
 #include "tree/descent.h"
 #include "tree/description.h"
@@ -31,16 +32,6 @@ using files::HeldDirectory;
 
 namespace host {
 namespace {
-
-/// With a dot in front these are names of the worker's or the host's own files.
-constexpr std::array<std::string_view, 5> kReservedNames = {
-    names::kProcessFile.substr(1), names::kIntermediatePrefix.substr(1),
-    names::kJobRecord.substr(1), names::kMark.substr(1), names::kManifest.substr(1)};
-
-bool isReserved(std::string_view name) {
-    return std::any_of(kReservedNames.begin(), kReservedNames.end(),
-                       [name](std::string_view reserved) { return name.starts_with(reserved); });
-}
 
 /// Whether this user may list and change what is in it.
 bool isUsable(const HeldDirectory& directory) {
@@ -82,7 +73,7 @@ class Inspector {
             [&](const std::string& relative, int) {
                 found(Finding::kDirectoryUnusable, source_.path() + relative);
             });
-        lookAtSpace();
+        judgeSpace(source_, target_, result_);
         return std::move(result_);
     }
 
@@ -239,7 +230,9 @@ class Inspector {
     }
 
     void lookAtFile(const std::string& name, const Pair& pair) {
-        lookAtName(name, pair);
+        for (const Finding fault : faultsOfName(name, pair.target.path(), longestName_)) {
+            found(fault, pair.source.pathOf(name));
+        }
         lookAtContent(name, pair);
         if (pair.targetIsEmpty) return;
         if (kindAt(pair.target, "." + name) != 0) {
@@ -280,18 +273,6 @@ class Inspector {
         }
     }
 
-    void lookAtName(const std::string& name, const Pair& pair) {
-        const size_t moving = names::kIntermediatePrefix.size() + name.size();
-        const std::pair<Finding, bool> faults[] = {
-            {Finding::kNewline, name.find('\n') != std::string::npos},
-            {Finding::kNameTooLong, moving > longestName_},
-            {Finding::kPathTooLong, pair.target.path().size() + 1 + moving >= PATH_MAX},
-            {Finding::kReservedName, isReserved(name)}};
-        for (const auto& [finding, isFault] : faults) {
-            if (isFault) found(finding, pair.source.pathOf(name));
-        }
-    }
-
     void lookAtContent(const std::string& name, const Pair& pair) {
         struct stat status {};
         // What has become something else since the listing could not be moved as a file.
@@ -316,7 +297,8 @@ class Inspector {
     /// user namespace, are told of by their owners.
     bool isReadable(const std::string& name, const struct stat& status,
                     const HeldDirectory& directory) const {
-        if (user_ == 0 || (status.st_uid == user_ && (status.st_mode & S_IRUSR) != 0)) return true;
+        if (ourUser() == 0 || (status.st_uid == ourUser() && (status.st_mode & S_IRUSR) != 0))
+            return true;
         return faccessat(directory.descriptor(), name.c_str(), R_OK, AT_SYMLINK_NOFOLLOW) == 0;
     }
 
@@ -325,22 +307,6 @@ class Inspector {
                      const std::string& name) {
         if (owners_.canBePutBack(status)) return;
         found(Finding::kOwner, name.empty() ? directory.path() : directory.pathOf(name));
-    }
-
-    void lookAtSpace() {
-        const uint64_t needed = result_.largest + names::kSpaceReserve;
-        // The scan asks for it on its own side.
-        if (needed > freeBytes(source_)) found(Finding::kNoSpace, source_.path());
-        if (result_.files == 0 || !target_.isOpen()) return;
-        const uint64_t free = freeBytes(target_);
-        if (needed > free) {
-            found(Finding::kNoSpace, target_.path());
-            return;
-        }
-        // Within one file system every file that has been moved makes room for the next.
-        const bool one = onOneFileSystem(source_, target_);
-        const uint64_t all = one ? needed + result_.addedBytes() : result_.bytes;
-        if (all > free) found(Finding::kMaybeNoSpace, target_.path());
     }
 
     const HeldDirectory& source_;
@@ -352,7 +318,6 @@ class Inspector {
     Metadata above_;                       ///< once begun: of the directory that is looked at
     const HeldDirectory* abandonedLists_;  ///< the root of the tree they lie in, or null
     Owners owners_;
-    const uid_t user_ = geteuid();
     AddedBytes added_;
     size_t longestName_ = NAME_MAX;
     Preflight result_;

@@ -27,7 +27,7 @@ namespace {
 /// the access list of another file, or none, would be taken for its own. Without its list the bits
 /// of the group would let in more than it did.
 bool mayBeAnothersList(const Metadata& above, const Metadata& file) {
-    if (geteuid() != 0 || (file.mode & S_IRWXG) == 0) return false;
+    if (ourUser() != 0 || (file.mode & S_IRWXG) == 0) return false;
     return (above.mode & (S_IWGRP | S_IWOTH)) != 0 || (above.uid != 0 && above.uid != file.uid);
 }
 
@@ -58,7 +58,7 @@ Metadata describeFile(const HeldDirectory& directory, const Metadata& above,
     if (!file.ok()) throwErrno("cannot read the attributes of " + path);
     metadata = metadataOf(opened, relative);
     metadata.attributes = readAttributes(file.get(), path);
-    if (lendsRights(metadata) && geteuid() == 0) metadata.sum = contentSum(file.get(), path);
+    if (lendsRights(metadata) && ourUser() == 0) metadata.sum = contentSum(file.get(), path);
     return metadata;
 }
 

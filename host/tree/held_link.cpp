@@ -61,7 +61,7 @@ std::string HeldLink::differences(const Metadata& metadata) const {
 PutBack HeldLink::putBack(const Metadata& metadata) const {
     PutBack result;
     const bool sameOwner = status_.st_uid == metadata.uid && status_.st_gid == metadata.gid;
-    if (!sameOwner && (status_.st_uid != geteuid() || status_.st_nlink != 1)) {
+    if (!sameOwner && (status_.st_uid != ourUser() || status_.st_nlink != 1)) {
         result.owner = result.time = EPERM;
         return result;
     }

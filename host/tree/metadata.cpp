@@ -24,6 +24,11 @@ bool lendsRights(std::string_view attribute) {
 
 }  // namespace
 
+uid_t ourUser() {
+    static const uid_t user = geteuid();
+    return user;
+}
+
 Metadata metadataOf(const struct stat& status, const std::string& relative) {
     Metadata metadata;
     metadata.directory = S_ISDIR(status.st_mode);
@@ -39,7 +44,7 @@ Metadata metadataOf(const struct stat& status, const std::string& relative) {
 }
 
 bool isOurs(const struct stat& status) {
-    return status.st_uid == geteuid() && status.st_nlink == 1 && (status.st_mode & 022) == 0;
+    return status.st_uid == ourUser() && status.st_nlink == 1 && (status.st_mode & 022) == 0;
 }
 
 bool lendsRights(const Metadata& metadata) {
@@ -84,7 +89,7 @@ FoundMetadata lookAtOpen(int descriptor, const struct stat& status) {
 
 bool mayPutBack(const Metadata& metadata, const struct stat& found) {
     if (found.st_uid == metadata.uid && found.st_gid == metadata.gid) return true;
-    return found.st_uid == geteuid() && (!metadata.directory || found.st_uid == metadata.uid);
+    return found.st_uid == ourUser() && (!metadata.directory || found.st_uid == metadata.uid);
 }
 
 PutBack putBack(const Metadata& metadata, const FoundMetadata& found, int descriptor) {

@@ -26,6 +26,9 @@ struct Metadata {
     std::string relative;   ///< "" for the root, else "/a/b"
 };
 
+/// The user this runs as; asked of the kernel once.
+[[nodiscard]] uid_t ourUser();
+
 /// Of its status alone.
 [[nodiscard]] Metadata metadataOf(const struct stat& status, const std::string& relative);
 

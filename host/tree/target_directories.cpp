@@ -43,7 +43,7 @@ void giveOwnerAndMode(const Metadata& model, const HeldDirectory& directory) {
 
 /// Throws when it cannot be told: a directory that was passed over would keep an owner of ours.
 bool isOursAndEmpty(HeldDirectory& directory) {
-    if (describeDirectory(directory, "").uid != geteuid()) return false;
+    if (describeDirectory(directory, "").uid != ourUser()) return false;
     if (!directory.beginListing()) throwErrno("cannot list " + directory.path());
     if (directory.nextEntry() != nullptr) return false;
     if (errno != 0) throwErrno("cannot list " + directory.path());
