@@ -113,6 +113,7 @@ void hideTargetLikeSource(const HeldDirectory& source, const HeldDirectory& targ
                          " hides. Nothing was moved; give it that owner and those permissions "
                          "and run this again.");
     }
+    syncDirectory(target);
 }
 
 }  // namespace host
