@@ -230,8 +230,11 @@ ExitStatus run(const std::vector<std::string>& words) {
             std::string(error.what()) + ". No file is lost; put that right and run this again.");
     }
     if (report->outputError() == 0) return ExitStatus::kDone;
-    (void)fmt::print(stderr, "Done, but the output could not be written: {}\n",
-                     std::generic_category().message(report->outputError()));
+    // Not fmt::print, which throws where this output has gone too; the exit status tells it then.
+    (void)std::fputs(fmt::format("Done, but the output could not be written: {}\n",
+                                 std::generic_category().message(report->outputError()))
+                         .c_str(),
+                     stderr);
     return ExitStatus::kOutput;
 }
 
