@@ -11,7 +11,7 @@ namespace {
 
 TEST_F(HostTest, CtrlCAfterTenFilesPausesAndTheNextRunCarriesOn) {
     for (char name = 'a'; name < 'p'; ++name) {
-        write(box / std::string(1, name), std::string(1000, name));
+        write(box / std::string(1, name), std::string(100000, name));
     }
     fs::directory_iterator eleventh(box);  // They are moved in the order of the listing.
     for (int i = 0; i < 10; ++i) ++eleventh;
@@ -42,17 +42,22 @@ TEST_F(HostTest, CtrlCAfterTenFilesPausesAndTheNextRunCarriesOn) {
     fs::remove(box);
     fs::rename(folder / "away", box);
 
-    const Ended rest = run("encrypt --json");
+    const std::string slow = "-f -e inject=sendfile:delay_enter=1100000:when=1";
+    const Ended rest = Vaultctl(traced(slow, command("encrypt --json"))).finish();
     EXPECT_EQ(rest.status, 0) << rest.output;
     const nlohmann::json start = rest.events("start").at(0);
     EXPECT_EQ(start.at("resumed"), true);
-    EXPECT_EQ(start.at("bytes_done"), 10 * 1000);
+    EXPECT_EQ(start.at("bytes_done"), 10 * 100000);
     uint64_t last = start.at("bytes_done");
     for (const nlohmann::json& event : rest.events("progress")) {
         EXPECT_GE(event.at("bytes"), last);
         last = event.at("bytes");
     }
     EXPECT_EQ(last, start.at("bytes"));
+    const nlohmann::json slowed = rest.events("progress").at(1);
+    const double left = slowed.at("total").get<double>() - slowed.at("bytes").get<double>();
+    const double seconds = slowed.at("seconds_left");
+    EXPECT_NEAR(slowed.at("bytes_per_second").get<double>() * seconds, left, left / 5) << slowed;
     EXPECT_EQ(rest.events("progress").back().at("files"), 15);
     EXPECT_TRUE(filesIn(enc) == files);
 }

@@ -6,6 +6,7 @@ be lost.
     trail.py VAULTCTL WORKER
 """
 import os
+import re
 import sys
 
 from jobs import ACL, FILES, WAYS, Job, sweep
@@ -96,6 +97,9 @@ MEANWHILE = {
     "list longer": (lambda job: put(job.source / "a" / LIST,
                                     (job.source / "a" / LIST).read_bytes() + b"late\n"),
                     True, FILES[NEXT]),
+    "a count in which a line ends": (lambda job: change(
+        job.source / "a" / LIST, bytes(64) + b"\n",
+        bytes(9) + b"\n" + bytes(54) + b"\n" + b"done\n" * 2560), False, None),
     "its copy": (lambda job: put(dotted(job.target / NEXT), FILES[NEXT]), False, None),
     "its twin": (lambda job: put(job.target / NEXT, FILES[NEXT]), False, None),
 }
@@ -211,6 +215,50 @@ def bring_back(encrypt):
     job.finish()
 
 
+def keep_order(encrypt):
+    """Nothing is built upon, or given up, before all that it needs is on the disk."""
+    job, due, synced, road = Job(encrypt), set(), set(), [""]
+    folders = [job.source, job.source / "a", job.source / "a/b"]
+    needed = {"moving": {*map(str, folders), *(str(path / LIST) for path in folders)},
+              "closing": {str(job.source), str(job.target)}}  # sync reports no errors
+    status, said, trace = job.traced("write,fsync,sync,renameat,unlinkat,mkdir,mkdirat,symlinkat,"
+                                     "fchown,fchmod,fsetxattr,utimensat", "")
+    for call, place, rest in re.findall(r"^(\w+)\((?:[^<(\n]*<(.*?)>)?(.*)\) += \d+$", trace,
+                                        re.MULTILINE):
+        if ".ecryptfs_names" in place + rest:
+            continue  # only a trial
+        names, step = re.findall('"(.*?)"', rest), None
+        if call == "write" and RECORD in place:
+            step = re.search(r'state\\":\\"(\w+)', rest)[1]
+        elif call == "unlinkat" or (call == "renameat" and names[1] in (MARK, MANIFEST)):
+            step = f"{call} {names[-1]}"
+        if step:
+            assert not due and needed.pop(step, set()) <= synced, f"{step} before {due}"
+            road += [step] if step != road[-1] else []
+            synced.clear()
+        # What makes a root's owner and mode last; others' while files arrive are made to be so.
+        arrived = "restoring" in road and "closing" not in road
+        if call == "fsync":
+            due.discard(place)
+            synced.add(place)
+        elif call == "sync":
+            due.clear()
+            synced.clear()
+        elif call == "renameat":
+            assert f"{place}/{names[0]}" not in due, f"{names[0]} is not synced"
+            due.add(place)
+        elif call in ("unlinkat", "mkdir", "mkdirat", "symlinkat") or place.endswith(".new"):
+            due.add(place or str(job.plain.parent))
+        elif f"{place}/".startswith(f"{job.target}/") if arrived else call == "fchown" and (
+                place == str(job.target)):
+            due.add(place)
+    links = [f"unlinkat {name}" for name in ("..N", ".x", "y")]
+    assert (status, due, road[1:]) == (0, set(), [
+        "preparing", f"renameat {MARK}", f"renameat {MANIFEST}", "preparing", "moving",
+        "restoring", *links, "closing", *(f"unlinkat {name}" for name in (MANIFEST, MARK, RECORD))
+    ]), f"{due}, {road}: {said}"
+
+
 def main():
     ways = (True, False)
     sound = [
@@ -224,7 +272,8 @@ def main():
         sweep("lists that are handed down", hand_down_nothing, ways),
         sweep("owners who are not known", know_whom, ways),
         sweep("directories that are back", bring_back, ways),
-        sweep("files that have gone", fall_short, WAYS)]
+        sweep("files that have gone", fall_short, WAYS),
+        sweep("orders", keep_order, ways)]
     return all(sound)
 
 

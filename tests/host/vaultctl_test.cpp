@@ -66,10 +66,14 @@ TEST_F(HostTest, WhatCannotMoveIsRefusedBeforeAnythingMoves) {
     const std::pair<std::string, std::vector<std::string>> cases[] = {
         {"dotted-directory", {"box/N", "box/.N/f"}},
         {"dotted-on-target", {"box/N", "box_enc/.N"}},
+        {"dotted-on-target", {"box/N", "box_enc/.N/f"}},
         {"newline", {"box/line\nfeed"}},
         {"name-too-long", {"box/" + std::string(233, 'n')}},
         {"reserved-name", {"box/ecryptfs_process"}},
         {"reserved-name", {"box/a/ecryptfs_intermediate_x"}},
+        {"reserved-name", {"box/ecryptfs_job"}},
+        {"reserved-name", {"box/ecryptfs_mark"}},
+        {"reserved-name", {"box/ecryptfs_manifest"}},
         {"other-kind-on-target", {"box/N/f", "box_enc/N"}},
         {"other-kind-on-target", {"box/N -> x", "box_enc/N -> y"}},
         {"unfinished-move", {"box/a/.ecryptfs_process"}},
@@ -93,6 +97,7 @@ TEST_F(HostTest, WhatCannotMoveIsRefusedBeforeAnythingMoves) {
         }
         expectRefusal(code);
     }
+    write(box / std::string(232, 'n'), "as long as can be");
     EXPECT_EQ(run("encrypt --replace").status, 0);
     EXPECT_EQ(read(enc / "N"), "box/N");
 
@@ -124,19 +129,27 @@ TEST_F(HostTest, TreesThatOverlapAreRefused) {
 
 TEST_F(HostTest, AWorkerRunsHoweverVaultctlWasStarted) {
     const fs::path worker = folder / "worker";
-    write(worker, "#!/bin/sh\n[ ! -e /proc/$$/fd/9 ] && exec " WORKER_COMMAND " \"$@\"\n");
+    const std::string list = (folder / "descriptors").string();
+    write(worker, "#!/bin/sh\nkill -HUP $PPID\nls -l /proc/$$/fd >" + list +
+                      "\n[ ! -e /proc/$$/fd/9 ] && exec " WORKER_COMMAND " \"$@\"\n");
     fs::permissions(worker, fs::perms::owner_all);
     write(box / "file", "file");
-    const Ended ended = Vaultctl("env --ignore-signal=CHLD " +
+    const Ended ended = Vaultctl("env --ignore-signal=CHLD,HUP " +
                                  command("encrypt --worker " + worker.string()) + " 9</dev/null")
                             .finish();
     EXPECT_EQ(ended.status, 0) << ended.output;
+    size_t pipes = 0;
+    for (size_t at = 0; (at = read(list).find("pipe:", at)) != std::string::npos; ++at) ++pipes;
+    // One that holds an end of vaultctl's waits for ever when that has died.
+    EXPECT_EQ(pipes, 4U) << "commands, status and twice the log: " << read(list);
 }
 
 /// One command each on a tree of two files of three bytes: exit status, and part of what it says.
 TEST_F(HostTest, OneCommandSaysWhatHappenedAndWhatToDo) {
     const std::string inBox = box.string() + "/";
-    const std::string failing = "[ $2 = 0 ] && exec '" WORKER_COMMAND "' \"$@\"\n";
+    const std::string real = "'" WORKER_COMMAND "' \"$@\"\n";
+    const std::string failing = "[ $2 = 0 ] && exec " + real;
+    const std::string stopping = failing + "kill -INT $PPID; read word </dev/fd/$4\n";
     const struct {
         std::string words;
         int status;
@@ -151,19 +164,32 @@ TEST_F(HostTest, OneCommandSaysWhatHappenedAndWhatToDo) {
         {"encrypt box", 2, "not on an eCryptfs mount, nothing would be encrypted"},
         {"encrypt --replace \"a'\\$b\"", 2, "`vaultctl encrypt --replace '" + folder.string()},
         {"encrypt --replace \"a'\\$b\"", 2, R"(/a'\''$b'` again)"},
-        {"encrypt \"$(printf 'a\\n\\377')\"", 2, R"(/a\x0a\xff_enc is missing)"},
-        {"encrypt \"$(printf 'a\\n\\377')\"", 2, R"(/a\012\377'` again)"},
+        {R"x(encrypt "$(printf 'a\n\302\233\\\377')")x", 2,
+         R"(/a\x0a\xc2\x9b\\xff_enc is missing)"},
+        {R"x(encrypt "$(printf 'a\n\302\233\\\377')")x", 2, R"x(/a\012\302\233\\\377'` again)x"},
         {"check encrypt --json \"$(printf 'a\\377')\"", 2, R"(61ff5f656e63","reason)"},
         {"check encrypt --allow-plain box", 0, "2 files (6 bytes, the largest 3 bytes)"},
         {"status box >/dev/full", 74, "could not be written: No space left"},
         {"encrypt --allow-plain box >/dev/full", 74, "could not be written: No space left"},
         {"encrypt --allow-plain -q box", 0, ""},
+        {"encrypt -q box", 2, "nothing would be encrypted"},
+        {"encrypt --allow-plain box <&- >&- 2>&-", 74, ""},
         {"encrypt --allow-plain box", 0, "#]  6 bytes of 6 bytes  2 of 2 files"},
         {"encrypt --allow-plain --worker ./worker box", 1, "was ended by signal 9", "kill -9 $$"},
         {"encrypt --allow-plain --worker ./worker box", 1,
          "could not move " + inBox + "d/e/n: Permission denied",
          failing + "echo error crypto -13 >/dev/fd/$5; exit 1"},
-        {"encrypt --allow-plain --worker ./worker box", 1,
+        {"encrypt --allow-plain --worker ./worker box", 2,
+         "1.0 MiB of 3.0 MiB needed). Nothing was moved; free 2 MiB",
+         "echo error nospace 3145728 1048576 >/dev/fd/$5; exit 1"},
+        {"encrypt --allow-plain --json --worker ./worker box", 3, R"("result":"paused")", stopping},
+        {"encrypt --allow-plain --worker ./worker box", 3, "Ending the worker at once.",
+         stopping + stopping + real},
+        {"encrypt --allow-plain --worker ./worker box", 0, "Done: 2 files",
+         failing + real + "kill -INT $PPID"},
+        {"encrypt --allow-plain --json --worker ./worker box", 1, R"("paths_hex":[")",
+         failing + real + "echo late >\"$3/$(printf '\\377')\""},
+        {"encrypt --allow-plain --replace --worker ./worker box", 1,
          (folder / "worker ").string() + box.string() + "` again", failing + "kill -9 $$"},
     };
     for (const auto& [words, status, text, worker] : cases) {
@@ -171,7 +197,8 @@ TEST_F(HostTest, OneCommandSaysWhatHappenedAndWhatToDo) {
         emptyTrees();
         write(box / "d/e/n", "abc");
         write(box / "o", "def");
-        for (const char* const name : {"a'$b", "a\n\xff"}) fs::create_directory(folder / name);
+        for (const char* const name : {"a'$b", "a\n\xc2\x9b\\\xff"})
+            fs::create_directory(folder / name);
         write(folder / "worker", "#!/bin/sh\n" + worker + "\n");
         fs::permissions(folder / "worker", fs::perms::owner_all);
         const Ended ended =
@@ -182,7 +209,11 @@ TEST_F(HostTest, OneCommandSaysWhatHappenedAndWhatToDo) {
             EXPECT_EQ(ended.events("end").size(), 1U);
         }
     }
-    EXPECT_TRUE(run("status").says("Nobody is at work on it: `vaultctl encrypt --allow-plain /"));
+    EXPECT_TRUE(
+        run("status").says("is at work on it: `vaultctl encrypt --allow-plain --replace /"));
+    write(enc / "o", "in the way");
+    EXPECT_EQ(run("encrypt").status, 0) << "begun with --replace";
+    EXPECT_EQ(read(enc / "o"), "def");
 }
 
 TEST_F(HostTest, AUserWhoCannotReadOrRemoveIsRefused) {
