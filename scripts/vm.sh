@@ -50,6 +50,7 @@ make_userland() {
     take_apart "${@:2}"
     mkdir -p root/{bin,dev,lib,proc,sys}
     cp parts/{bin/busybox,bin/keyctl,usr/bin/chattr,usr/bin/ecryptfs-add-passphrase} root/bin
+    cp parts/usr/bin/{get,set}fattr root/bin
     cp -a parts/{,usr/}lib/"$triplet"/*.so* parts/usr/lib/"$triplet"/android/*.so* root/lib
     ln -s lib root/lib64 # where the loader of one of the two is looked for
 }
@@ -109,8 +110,8 @@ build_machine() {
     cache=${XDG_CACHE_HOME:-$HOME/.cache}/vaultmover
     userland=$cache/$debian kernel=$cache/$debian-$release
     cached "$userland" make_userland "$triplet" busybox-static keyutils ecryptfs-utils \
-        libecryptfs1 libkeyutils1 libnss3 libnspr4 libsqlite3-0 libc6 libgcc-s1 libstdc++6 libfmt9 libssl3 \
-        android-libbase android-liblog e2fsprogs libext2fs2 libcom-err2
+        libecryptfs1 libkeyutils1 libnss3 libnspr4 libsqlite3-0 libc6 libgcc-s1 libstdc++6 \
+        libfmt9 libssl3 android-libbase android-liblog e2fsprogs libext2fs2 libcom-err2 attr libattr1
     cached "$kernel" make_kernel virtio_pci virtio_blk ext4 crc32c f2fs xfs btrfs ecb cbc \
         aes_generic ecryptfs loop vfat nls_cp437 nls_ascii
 
