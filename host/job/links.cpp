@@ -108,9 +108,14 @@ void moveLinks(Manifest& manifest, const HeldDirectory& source, const HeldDirect
             const std::string why = std::generic_category().message(-directory.error());
             return notes.refusedInSource(metadata, "cannot be removed: " + why);
         }
-        if (!isSameLink(HeldLink(directory, name), metadata.text)) return;
-        // What stays is named at the end, with everything else that is left in the source.
-        if (directory.remove(name)) sources.touch();
+        const HeldLink link(directory, name);
+        if (link.error() == ENOENT || link.error() == EINVAL) return;  // it has gone
+        if (link.error() == 0 && !isSameLink(link, metadata.text)) return;
+        if (link.error() == 0 && directory.remove(name)) return sources.touch();
+        // An undo, which leaves what was never moved, would not find it at its end.
+        const int error = link.error() == 0 ? errno : link.error();
+        notes.refusedInSource(metadata,
+                              "cannot be removed: " + std::generic_category().message(error));
     });
     sources.sync();
 }
