@@ -4,7 +4,7 @@
 After each the same command must finish the job: every byte, link, mode, owner, time
 and attribute.
 
-    calls.py VAULTCTL WORKER [STRIDE]    only every STRIDE-th point (default 1)
+    calls.py VAULTCTL WORKER [STRIDE]    only one in STRIDE of the points (default 1)
 """
 import random
 import re
@@ -19,14 +19,14 @@ LOOKING = ("newfstatat fstat read pread64 readlinkat getdents64 statfs fstatfs f
 ERRORS = "EIO ENOSPC EACCES".split()
 
 
-def points(way, calls, stride):
+def points(way):
     """(way, call, N) from the first call on that has to do with the tree."""
-    for call in calls:
-        _, _, trace = (job := WAYS[way]()).traced(call, "")
+    _, _, trace = (job := WAYS[way]()).traced(",".join(CHANGING + LOOKING), "")
+    for call in CHANGING + LOOKING:
         lines = re.findall(rf"^{call}\(.*", trace, re.MULTILINE)
         first = next((n for n, line in enumerate(lines, 1)
                       if call in ("sync", "llistxattr") or str(job.plain) in line), 10**9)
-        yield from ((way, call, n) for n in range(first, len(lines) + 1, stride))
+        yield from ((way, call, n) for n in range(first, len(lines) + 1))
 
 
 def kill(pair):
@@ -57,13 +57,14 @@ def fail(case):
 
 def main():
     stride = int(sys.argv[3]) if len(sys.argv) > 3 else 1
-    kills = [point for way in WAYS for point in points(way, CHANGING, stride)]
-    faults = [point for way in WAYS for point in points(way, CHANGING + LOOKING, stride)]
+    every = [point for way in WAYS for point in points(way)]
+    kills = [point for point in every if point[1] in CHANGING][::stride]
+    faults = [(point, error) for point in every for error in ERRORS]
+    ends = [(rename, way) for rename in range(1, 2 * len(FILES) + 1) for way in WAYS]
     sound = [
-        sweep("kills of the worker", kill_worker,
-              [(rename, way) for rename in range(1, 2 * len(FILES) + 1) for way in WAYS]),
+        sweep("kills of the worker", kill_worker, ends[::min(stride, 3)]),
         sweep("kill points", kill, [*zip(kills, random.Random(2).sample(kills, len(kills)))]),
-        sweep("faults", fail, [(point, error) for point in faults for error in ERRORS])]
+        sweep("faults", fail, random.Random(3).sample(faults, len(faults) // stride))]
     return all(sound)
 
 

@@ -124,8 +124,8 @@ std::string HostTest::traced(const std::string& options, const std::string& comm
     return "env ASAN_OPTIONS=detect_leaks=0 strace -qq -o /dev/null " + options + " " + command;
 }
 
-Vaultctl HostTest::startSlowly(const std::string& path) {
-    write(box / path, std::string(4 << 20, 'x'));
+Vaultctl HostTest::startSlowly(const std::string& path, size_t size) {
+    write(box / path, std::string(size, 'x'));
     files = filesIn(box);
     return meet("encrypt", enc / path);
 }

@@ -50,8 +50,8 @@ class HostTest : public WorkerTest {
     static std::string traced(const std::string& options, const std::string& command);
 
     /// Starts an encryption on a slow disk and returns while its worker copies `path`, a file that
-    /// this makes below the source and that takes some seconds. All of the source is in `files`.
-    [[nodiscard]] Vaultctl startSlowly(const std::string& path);
+    /// this makes below the source; 256 KiB of it take 0.2 s. All of the source is in `files`.
+    [[nodiscard]] Vaultctl startSlowly(const std::string& path, size_t size = 4 << 20);
     /// Runs `vaultctl WORDS` on a slow disk and returns while its worker makes `copy`.
     [[nodiscard]] Vaultctl meet(const std::string& words, std::filesystem::path copy) const;
     Files files;

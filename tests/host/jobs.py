@@ -95,8 +95,9 @@ class Job:
 
     def traced(self, call, fault, *words):
         log = Path(self.folder.name, "trace")
-        result = self.run(*words, wrapper=("strace", "-qq", "-y", "-s999", f"-o{log}", f"-etrace={call}",
-                                   *(fault and [f"-einject={call}:{fault}"])))
+        result = self.run(*words, wrapper=("strace", "-qq", "-y", "-s999", f"-o{log}",
+                                           f"-etrace={call}",
+                                           *(fault and [f"-einject={call}:{fault}"])))
         return *result, log.read_text(encoding="utf-8", errors="replace")
 
     def pause(self, rename=4):

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """A job of vaultctl never loses its trail: its records spoilt, its trees changed by others during a
-pause, and owners, modes, attributes and times refused. What vaultctl names must lead on, and no file
-be lost.
+pause, and owners, modes, attributes and times refused. What vaultctl names must lead on, and no
+file be lost.
 
-    trail.py VAULTCTL WORKER
+    trail.py VAULTCTL WORKER [STRIDE]    only every STRIDE-th of what is spoilt or changed
 """
 import os
 import re
@@ -100,6 +100,8 @@ MEANWHILE = {
     "a count in which a line ends": (lambda job: change(
         job.source / "a" / LIST, bytes(64) + b"\n",
         bytes(9) + b"\n" + bytes(54) + b"\n" + b"done\n" * 2560), False, None),
+    "its directory gone": (lambda job: [(job.target / name).rmdir() for name in ("a/b", "a")
+                                        if not [*(job.target / name).iterdir()]], False, None),
     "its copy": (lambda job: put(dotted(job.target / NEXT), FILES[NEXT]), False, None),
     "its twin": (lambda job: put(job.target / NEXT, FILES[NEXT]), False, None),
 }
@@ -261,10 +263,12 @@ def keep_order(encrypt):
 
 def main():
     ways = (True, False)
+    stride = int(sys.argv[3]) if len(sys.argv) > 3 else 1
     sound = [
-        sweep("spoilt records", spoil, [(row, way) for row in SPOILT.items() for way in WAYS]),
+        sweep("spoilt records", spoil,
+              [(row, way) for row in SPOILT.items() for way in WAYS][::stride]),
         sweep("changes during a pause", meddle,
-              [(row, way) for row in MEANWHILE.items() for way in WAYS]),
+              [(row, way) for row in MEANWHILE.items() for way in WAYS][::stride]),
         sweep("refusals to put back", refuse_to_put_back,
               [(call, way) for call in ("fchown", "fchmod", "utimensat") for way in ways]),
         sweep("lent rights", lend_no_rights, [(way, other) for way in ways for other in ways]),

@@ -283,7 +283,7 @@ TEST_F(HostTest, FreedBlocksAreForgottenByTheDeviceOrItIsSaidThatTheyAreNot) {
 }
 
 TEST_F(HostTest, AFileThatCameDuringTheMoveIsNamedAndMovedNextTime) {
-    Vaultctl host = startSlowly("d/large");
+    Vaultctl host = startSlowly("d/large", 1 << 20);
     write(box / "late", "late");
     const Ended ended = host.finish();
     EXPECT_EQ(ended.status, 1) << ended.output;
