@@ -44,8 +44,7 @@ void takeFindings(const JobContext& job, const Preflight& found, const std::stri
 }
 
 /// Looks at both trees, and writes down what the source is like. Throws JobEnd (refused).
-Preflight look(const JobContext& job, JobRecord& record) {
-    std::optional<ManifestWriter> manifest;
+Preflight look(const JobContext& job, JobRecord& record, std::optional<ManifestWriter>& manifest) {
     TargetTrial trial(job.source(), job.target(), record.dropAttributes);
     timespec targetTime{};
     const Onlooker onlooker = {
@@ -76,9 +75,6 @@ Preflight look(const JobContext& job, JobRecord& record) {
     takeFindings(job, found, "touched");
     record.looked = true;
     storeRecord(job.held.plain, record);
-    // Before the manifest and the lists: once they are there, both roots must be the same again.
-    storeMark(job.held.encrypted, record);
-    manifest->commit();
     return found;
 }
 
@@ -147,8 +143,13 @@ Pending prepareJob(const JobContext& job, const std::optional<JobRecord>& abando
     const std::string source = job.source().path();
     job.report.say("preparing", {{"source", source}}, "Looking through " + printable(source));
     record.rootTime = timeOf(job.source());
-    const Preflight found = look(job, record);
+    std::optional<ManifestWriter> manifest;
+    const Preflight found = look(job, record, manifest);
     prepareTarget(job, record);
+    // Before the manifest and the lists: once they are there, both roots must be the same again.
+    storeMark(job.held.encrypted, record);
+    manifest->commit();
+    manifest.reset();
     scan(job, record);
     Pending pending = makeListsSafe(job.source(), job.target(), [&job] { job.throwIfStopped(); });
     pending.bytes = record.bytes;
