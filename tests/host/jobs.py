@@ -12,7 +12,7 @@ from pathlib import Path
 VAULTCTL, WORKER = sys.argv[1:3]
 if os.geteuid() != 0:
     sys.exit(77)
-FILES = {"N": b"of N", ".N": b"of .N", "a/x": b"x" * 5000, "a/b/one two": b"", "a/b/.y": b"yy"}
+FILES = {"N": b"of N", ".N": b"of .N", "a/x": b"x" * 70000, "a/b/one two": b"", "a/b/.y": b"yy"}
 LINKS = {"..N": "nowhere", "a/.x": "/", "a/b/y": "../.."}
 # An entry for user 7, and what it is put on: the owning group may do less than the mask lets it.
 ACL = struct.pack("<I" + "HHI" * 5, 2, 1, 7, 2**32 - 1, 2, 7, 7, 4, 0, 2**32 - 1, 16, 7, 2**32 - 1,

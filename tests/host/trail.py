@@ -7,6 +7,7 @@ file be lost.
 """
 import os
 import re
+import shutil
 import sys
 
 from jobs import ACL, FILES, WAYS, Job, sweep
@@ -50,8 +51,8 @@ SPOILT = {
     "manifest cut": (lambda job: cut(job.plain / MANIFEST, 200), "--as-it-is"),
     "manifest spoilt": (lambda job: change(job.plain / MANIFEST, b"uid=", b"uid=1"), "--as-it-is"),
     "manifest longer": (lambda job: change(job.plain / MANIFEST, b"end ", b"end 0"), "--as-it-is"),
-    "manifest of another": (lambda job: change(job.plain / MANIFEST, b"manifest 1 ",
-                                               b"manifest 1 0"), "--as-it-is"),
+    "manifest of another": (lambda job: (other := Job().pause()) and put(
+        job.plain / MANIFEST, (other.plain / MANIFEST).read_bytes()), "--as-it-is"),
 }
 
 
@@ -77,21 +78,25 @@ def dotted(path):
     return path.with_name(f".{path.name}")
 
 
+def bring_next(job):
+    put(job.source / NEXT, FILES[NEXT])
+    os.utime(job.source / NEXT, ns=(0, job.before[NEXT][3]))
+
+
 # What others do during a pause, whether that is refused, and what leads on: their undoing it, or
 # "repair --as-it-is" with what NEXT is then, or None for gone.
 MEANWHILE = {
     "a stranger's copy": (lambda job: put(dotted(job.target / NEXT)), True,
                           lambda job: dotted(job.target / NEXT).unlink()),
-    "one of the same size": (lambda job: put(dotted(job.target / NEXT), b"y" * 5000), True,
+    "one of the same size": (lambda job: put(dotted(job.target / NEXT),
+                                             FILES[NEXT][:-1] + b"y"), True,
                              lambda job: dotted(job.target / NEXT).unlink()),
     "name taken": (lambda job: put(job.target / NEXT), True,
                    lambda job: (job.target / NEXT).unlink()),
     "changed": (lambda job: put(job.source / NEXT), True, b"somebody's"),
     "changed beside its copy": (lambda job: [put(dotted(job.target / NEXT), FILES[NEXT]),
-                                             put(job.source / NEXT, b"y" * 5000)], True,
-                                lambda job: [put(job.source / NEXT, FILES[NEXT]),
-                                             os.utime(job.source / NEXT,
-                                                      ns=(0, job.before[NEXT][3]))]),
+                                             put(job.source / NEXT, b"y" * 70000)], True,
+                                bring_next),
     "touched": (lambda job: os.utime(job.source / NEXT), True, FILES[NEXT]),
     "gone": (lambda job: (job.source / NEXT).unlink(), True, None),
     "list longer": (lambda job: put(job.source / "a" / LIST,
@@ -100,8 +105,9 @@ MEANWHILE = {
     "a count in which a line ends": (lambda job: change(
         job.source / "a" / LIST, bytes(64) + b"\n",
         bytes(9) + b"\n" + bytes(54) + b"\n" + b"done\n" * 2560), False, None),
-    "its directory gone": (lambda job: [(job.target / name).rmdir() for name in ("a/b", "a")
-                                        if not [*(job.target / name).iterdir()]], False, None),
+    "its copy cut short": (lambda job: [put(dotted(job.target / NEXT), FILES[NEXT][:9]),
+                                        (job.source / NEXT).unlink()], True,
+                           lambda job: [dotted(job.target / NEXT).unlink(), bring_next(job)]),
     "its copy": (lambda job: put(dotted(job.target / NEXT), FILES[NEXT]), False, None),
     "its twin": (lambda job: put(job.target / NEXT, FILES[NEXT]), False, None),
 }
@@ -217,6 +223,22 @@ def bring_back(encrypt):
     job.finish()
 
 
+def make_directories_again(encrypt):
+    """They have gone from the target before the first file has arrived there."""
+    job = Job(encrypt).pause(1)
+    shutil.rmtree(job.target / "a")
+    job.finish()
+
+
+def miss_no_file(encrypt):
+    """A listing that fails is not taken for one that has come to its end."""
+    lines = re.findall(r"^getdents64.*", Job(encrypt).traced("getdents64", "")[2], re.MULTILINE)
+    first = next(n for n, line in enumerate(lines, 1) if "/a>" in line)
+    status, said, _ = (job := Job(encrypt)).traced("getdents64", f"error=EIO:when={first}")
+    assert status != 0 and str(job.source / "a") in said, said
+    job.finish()
+
+
 def keep_order(encrypt):
     """Nothing is built upon, or given up, before all that it needs is on the disk."""
     job, due, synced, road = Job(encrypt), set(), set(), [""]
@@ -277,6 +299,8 @@ def main():
         sweep("owners who are not known", know_whom, ways),
         sweep("directories that are back", bring_back, ways),
         sweep("files that have gone", fall_short, WAYS),
+        sweep("directories that have gone", make_directories_again, ways),
+        sweep("listings", miss_no_file, ways),
         sweep("orders", keep_order, ways)]
     return all(sound)
 

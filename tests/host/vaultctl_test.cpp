@@ -262,6 +262,7 @@ TEST_F(HostTest, AFullTargetStopsTheMoveAndRoomLetsItGoOn) {
 TEST_F(HostTest, FreedBlocksAreForgottenByTheDeviceOrItIsSaidThatTheyAreNot) {
     const std::string image = (folder / "image").string();
     const std::string secret(1 << 20, '~');
+    const std::string part(4096, '~');  // The file system may keep it in several places.
     const auto sh = [](const std::string& line) { return Vaultctl(line).finish().status; };
     for (const bool able : {false, true}) {
         SCOPED_TRACE(able);
@@ -274,7 +275,7 @@ TEST_F(HostTest, FreedBlocksAreForgottenByTheDeviceOrItIsSaidThatTheyAreNot) {
         if (mounted != 0) GTEST_SKIP() << "needs file systems of its own";
         write(box / "file", secret);
         sync();
-        EXPECT_EQ(read(image).find(secret) != std::string::npos, able);
+        EXPECT_EQ(read(image).find(part) != std::string::npos, able);
         write(folder / "worker", "#!/bin/sh\n[ $2 = 0 ] && exec '" WORKER_COMMAND "' \"$@\"\n");
         fs::permissions(folder / "worker", fs::perms::owner_all);
         EXPECT_EQ(run("encrypt --discard --worker " + (folder / "worker").string()).status, 1);
@@ -283,8 +284,8 @@ TEST_F(HostTest, FreedBlocksAreForgottenByTheDeviceOrItIsSaidThatTheyAreNot) {
         EXPECT_EQ(ended.status, 0) << ended.output;
         EXPECT_EQ(ended.events("discarded").size(), able ? 1 : 0) << ended.output;
         EXPECT_EQ(ended.says("\"not-discarded\""), !able) << ended.output;
-        EXPECT_EQ(read(image).find(std::string(4096, '~')), std::string::npos);
-        EXPECT_EQ(sh("umount " + where), 0);
+        EXPECT_EQ(read(image).find(part), std::string::npos);
+        EXPECT_EQ(sh("umount -l " + where), 0);  // Somebody may be looking at what was mounted.
         EXPECT_EQ(read(enc / "file"), secret);
         fs::remove(enc / "file");
     }
