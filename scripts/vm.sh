@@ -111,7 +111,8 @@ build_machine() {
     userland=$cache/$debian kernel=$cache/$debian-$release
     cached "$userland" make_userland "$triplet" busybox-static keyutils ecryptfs-utils \
         libecryptfs1 libkeyutils1 libnss3 libnspr4 libsqlite3-0 libc6 libgcc-s1 libstdc++6 \
-        libfmt9 libssl3 android-libbase android-liblog e2fsprogs libext2fs2 libcom-err2 attr libattr1
+        libfmt9 libssl3 android-libbase android-liblog e2fsprogs libext2fs2 libcom-err2 \
+        attr libattr1
     cached "$kernel" make_kernel virtio_pci virtio_blk ext4 crc32c f2fs xfs btrfs ecb cbc \
         aes_generic ecryptfs loop vfat nls_cp437 nls_ascii
 
