@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include "end/throw_errno.h"
@@ -65,7 +66,8 @@ bool readGrowing(const Read& read, std::string* bytes) {
 bool hasAttributes(const HeldDirectory& directory, const std::string& name) {
     // There is no such call for a directory and a name. The kernel's link leads to the very
     // directory that is held, wherever it is by now, and the last name is not followed.
-    const std::string path = fmt::format("/proc/self/fd/{}/{}", directory.descriptor(), name);
+    const std::string path =
+        fmt::format(FMT_COMPILE("/proc/self/fd/{}/{}"), directory.descriptor(), name);
     std::string list;
     const auto read = [&](char* bytes, size_t size) {
         return llistxattr(path.c_str(), bytes, size);

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -15,7 +16,7 @@ namespace host {
 /// The extended attributes that are carried over, name to value: those of users, of trusted
 /// programs, of security modules (the capabilities of a program among them), and the access control
 /// lists. Not what the file system itself keeps there.
-using Attributes = std::map<std::string, std::string>;
+using Attributes = std::map<std::string, std::string, std::less<>>;
 
 inline constexpr const char* kAccessList = "system.posix_acl_access";
 inline constexpr const char* kDefaultList = "system.posix_acl_default";  ///< of directories

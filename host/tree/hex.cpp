@@ -1,6 +1,7 @@
 #include "tree/hex.h"
 
-#include <cstdlib>
+#include <charconv>
+#include <system_error>
 
 #include <fmt/format.h>
 
@@ -12,13 +13,15 @@ std::string inHex(std::string_view bytes) {
     return digits;
 }
 
-std::string fromHex(std::string_view digits) {
-    std::string bytes;
-    for (size_t i = 0; i < digits.size(); i += 2) {
-        const std::string pair(digits.substr(i, 2));
-        bytes += static_cast<char>(std::strtoul(pair.c_str(), nullptr, 16));
+bool fromHex(std::string_view digits, std::string* bytes) {
+    bytes->clear();
+    for (; digits.size() >= 2; digits.remove_prefix(2)) {
+        unsigned char byte = 0;
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + 2, byte, 16);
+        if (error != std::errc() || end != digits.data() + 2) return false;
+        *bytes += static_cast<char>(byte);
     }
-    return bytes;
+    return digits.empty();
 }
 
 }  // namespace host

@@ -8,7 +8,7 @@ namespace host {
 /// Two hexadecimal digits for each byte.
 [[nodiscard]] std::string inHex(std::string_view bytes);
 
-/// The other way; what comes of anything else is some text, of which inHex() makes another.
-[[nodiscard]] std::string fromHex(std::string_view digits);
+/// The other way. False for anything else.
+[[nodiscard]] bool fromHex(std::string_view digits, std::string* bytes);
 
 }  // namespace host

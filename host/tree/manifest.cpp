@@ -22,7 +22,6 @@ namespace {
 
 constexpr std::string_view kFirstWords = "vaultctl-manifest 1";
 constexpr std::string_view kLastWord = "end ";
-constexpr std::string_view kLinkKind = "l ";
 
 std::string firstLine(const ManifestHeader& header) {
     return fmt::format("{} {} {}\n", kFirstWords, header.job, toWord(header.direction));
@@ -78,7 +77,8 @@ Manifest::Manifest(const HeldDirectory& plain)
     if (!isOurs(status)) throw ManifestDamaged(path_ + " was not written by this user");
     file_.reset(android::base::Fdopen(std::move(file), "r"));
     if (file_ == nullptr) throwErrno("cannot read " + path_);
-    readLines([this](std::string_view line) { namesLinks_ |= line.starts_with(kLinkKind); });
+    // All of it, before anything is done by a part.
+    forEach([this](const Metadata& metadata) { namesLinks_ |= metadata.link; });
 }
 
 ManifestDamaged Manifest::damaged(const char* what) const { return ManifestDamaged(path_ + what); }

@@ -56,9 +56,9 @@ class Manifest {
   public:
     using OnRecord = std::function<void(const Metadata&)>;
 
-    /// Opens the manifest and sums all of it up. Throws ManifestDamaged when it is missing, not
-    /// complete, spoilt, of another format or not written by the user this runs as, and
-    /// std::system_error when it cannot be read.
+    /// Opens the manifest, sums all of it up and decodes it. Throws ManifestDamaged when it is
+    /// missing, not complete, spoilt, of another format or not written by the user this runs as,
+    /// and std::system_error when it cannot be read.
     explicit Manifest(const files::HeldDirectory& plain);
 
     [[nodiscard]] const ManifestHeader& header() const { return header_; }

@@ -1,10 +1,12 @@
 #include "tree/manifest_line.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <vector>
+#include <charconv>
+#include <iterator>
+#include <optional>
+#include <utility>
 
-#include <android-base/strings.h>
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include "tree/hex.h"
@@ -16,95 +18,146 @@ bool isPlain(char byte) {
     return static_cast<unsigned char>(byte) > ' ' && byte != '%' && byte != 0x7f;
 }
 
-std::string escape(std::string_view text) {
-    std::string result;
-    for (const char byte : text) {
-        if (isPlain(byte)) {
-            result += byte;
-        } else {
-            result += fmt::format("%{:02x}", static_cast<unsigned char>(byte));
-        }
+void appendEscaped(std::string_view text, fmt::memory_buffer& line) {
+    while (!text.empty()) {
+        const auto* const special = std::find_if_not(text.begin(), text.end(), isPlain);
+        const auto plain = static_cast<size_t>(special - text.begin());
+        line.append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty()) return;
+        line.push_back('%');
+        line.append(inHex(text.substr(0, 1)));
+        text.remove_prefix(1);
     }
-    return result;
 }
 
-std::string unescape(std::string_view text) {
-    std::string result;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '%') {
-            result += text[i];
-            continue;
-        }
-        const std::string digits(text.substr(i + 1, 2));
-        result += static_cast<char>(std::strtoul(digits.c_str(), nullptr, 16));
-        i += digits.size();
+bool unescape(std::string_view text, std::string* result) {
+    while (true) {
+        const size_t plain = std::min(text.find('%'), text.size());
+        result->append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty()) return true;
+        std::string byte;
+        if (text.size() < 3 || !fromHex(text.substr(1, 2), &byte)) return false;
+        *result += byte;
+        text.remove_prefix(3);
     }
-    return result;
 }
 
-timespec parseTime(const std::string& text) {
-    const size_t point = std::min(text.find('.'), text.size() - 1);
-    return {.tv_sec = std::strtol(text.c_str(), nullptr, 10),
-            .tv_nsec = std::strtol(text.c_str() + point + 1, nullptr, 10)};
+/// All of the text, in the range of the number.
+template <typename Number>
+bool parse(std::string_view text, Number* number, int base = 10) {
+    const auto [end, error] =
+        std::from_chars(text.data(), text.data() + text.size(), *number, base);
+    return error == std::errc() && end == text.data() + text.size();
 }
 
-std::string time(const char* key, const timespec& value) {
-    return fmt::format(" {}={}.{:09}", key, value.tv_sec, value.tv_nsec);
+bool parseTime(std::string_view text, timespec* time) {
+    constexpr size_t kDigits = 9;
+    const size_t point = text.find('.');
+    return point != std::string_view::npos && parse(text.substr(0, point), &time->tv_sec) &&
+           text.size() == point + 1 + kDigits && parse(text.substr(point + 1), &time->tv_nsec) &&
+           time->tv_nsec >= 0;
 }
 
 /// NAME:HEX, where the name may hold a colon too.
-void takeAttribute(const std::string& value, Metadata* metadata) {
-    const size_t colon = std::min(value.rfind(':'), value.size());
-    const size_t digits = std::min(colon + 1, value.size());
-    metadata->attributes[unescape(value.substr(0, colon))] = fromHex(value.substr(digits));
+bool parseAttribute(std::string_view text, Attributes* attributes) {
+    const size_t colon = text.rfind(':');
+    std::string name;
+    std::string value;
+    return colon != std::string_view::npos && unescape(text.substr(0, colon), &name) &&
+           fromHex(text.substr(colon + 1), &value) &&
+           attributes->emplace(std::move(name), std::move(value)).second;
 }
 
-/// What is wrong here shows when the record is written again.
-void takeField(std::string_view key, const std::string& value, Metadata* metadata) {
-    const auto number = [&value](int base) { return std::strtoull(value.c_str(), nullptr, base); };
-    if (key == "mode") metadata->mode = static_cast<mode_t>(number(8));
-    if (key == "uid") metadata->uid = static_cast<uid_t>(number(10));
-    if (key == "gid") metadata->gid = static_cast<gid_t>(number(10));
-    if (key == "mtime" && !value.empty()) metadata->modified = parseTime(value);
-    if (key == "atime" && !value.empty()) metadata->accessed = parseTime(value);
-    if (key == "size") metadata->size = number(10);
-    if (key == "sum") metadata->sum = value;
-    if (key == "target") metadata->text = unescape(value);
-    if (key == "attr") takeAttribute(value, metadata);
-    if (key == "name") metadata->relative = unescape(value);
-}
+/// Takes a line apart, from the front.
+class Fields {
+  public:
+    explicit Fields(std::string_view line) : rest_(line) {}
+
+    [[nodiscard]] bool ended() const { return rest_.empty(); }
+
+    /// The value of the next field. Where that has another key, it stays.
+    std::optional<std::string_view> take(std::string_view key) {
+        if (!rest_.starts_with(key)) return std::nullopt;
+        const size_t end = std::min(rest_.find(' ', key.size()), rest_.size());
+        const std::string_view value = rest_.substr(key.size(), end - key.size());
+        rest_.remove_prefix(end);
+        return value;
+    }
+
+    template <typename Number>
+    bool takeNumber(std::string_view key, Number* number, int base = 10) {
+        const auto value = take(key);
+        return value && parse(*value, number, base);
+    }
+
+    bool takeTime(std::string_view key, timespec* time) {
+        const auto value = take(key);
+        return value && parseTime(*value, time);
+    }
+
+    bool takeText(std::string_view key, std::string* text) {
+        const auto value = take(key);
+        return value && unescape(*value, text);
+    }
+
+  private:
+    std::string_view rest_;
+};
 
 }  // namespace
 
+// Compiled formats: a tree may have millions of lines.
 std::string encodeRecord(const Metadata& metadata) {
-    std::string line(metadata.directory ? "d" : metadata.link ? "l" : "f");
-    if (!metadata.link) line += fmt::format(" mode={:o}", metadata.mode);
-    line += fmt::format(" uid={} gid={}", metadata.uid, metadata.gid);
-    line += time("mtime", metadata.modified) + time("atime", metadata.accessed);
+    fmt::memory_buffer line;
+    const auto end = std::back_inserter(line);
+    line.push_back(metadata.directory ? 'd' : metadata.link ? 'l' : 'f');
+    if (!metadata.link) fmt::format_to(end, FMT_COMPILE(" mode={:o}"), metadata.mode);
+    fmt::format_to(end, FMT_COMPILE(" uid={} gid={} mtime={}.{:09} atime={}.{:09}"), metadata.uid,
+                   metadata.gid, metadata.modified.tv_sec, metadata.modified.tv_nsec,
+                   metadata.accessed.tv_sec, metadata.accessed.tv_nsec);
     if (metadata.link) {
-        line += " target=" + escape(metadata.text);
+        fmt::format_to(end, FMT_COMPILE(" target="));
+        appendEscaped(metadata.text, line);
     } else if (!metadata.directory) {
-        line += fmt::format(" size={}", metadata.size);
+        fmt::format_to(end, FMT_COMPILE(" size={}"), metadata.size);
     }
-    if (!metadata.sum.empty()) line += " sum=" + metadata.sum;
+    if (!metadata.sum.empty()) fmt::format_to(end, FMT_COMPILE(" sum={}"), metadata.sum);
     for (const auto& [name, value] : metadata.attributes) {
-        line += " attr=" + escape(name) + ":" + inHex(value);
+        fmt::format_to(end, FMT_COMPILE(" attr="));
+        appendEscaped(name, line);
+        fmt::format_to(end, FMT_COMPILE(":{}"), inHex(value));
     }
-    return line + " name=" + escape(metadata.relative) + "\n";
+    fmt::format_to(end, FMT_COMPILE(" name="));
+    appendEscaped(metadata.relative, line);
+    line.push_back('\n');
+    return fmt::to_string(line);
 }
 
 bool decodeRecord(std::string_view line, Metadata* metadata) {
-    const std::vector<std::string> fields = android::base::Split(std::string(line), " ");
     *metadata = {};
-    metadata->directory = fields.front() == "d";
-    metadata->link = fields.front() == "l";
-    for (const std::string& field : fields) {
-        const size_t equals = std::min(field.find('='), field.size());
-        const size_t value = std::min(equals + 1, field.size());
-        takeField(field.substr(0, equals), field.substr(value), metadata);
+    metadata->directory = line.starts_with('d');
+    metadata->link = line.starts_with('l');
+    if (!metadata->directory && !metadata->link && !line.starts_with('f')) return false;
+    Fields fields(line.substr(1));
+    if (!metadata->link && !fields.takeNumber(" mode=", &metadata->mode, 8)) return false;
+    if (!fields.takeNumber(" uid=", &metadata->uid) ||
+        !fields.takeNumber(" gid=", &metadata->gid) ||
+        !fields.takeTime(" mtime=", &metadata->modified) ||
+        !fields.takeTime(" atime=", &metadata->accessed)) {
+        return false;
     }
-    // Every field once, in its place and in its range, or this is not a line that was written.
-    return encodeRecord(*metadata) == std::string(line) + "\n";
+    if (metadata->link) {
+        if (!fields.takeText(" target=", &metadata->text)) return false;
+    } else if (!metadata->directory) {
+        if (!fields.takeNumber(" size=", &metadata->size)) return false;
+    }
+    metadata->sum = fields.take(" sum=").value_or("");
+    while (const auto attribute = fields.take(" attr=")) {
+        if (!parseAttribute(*attribute, &metadata->attributes)) return false;
+    }
+    return fields.takeText(" name=", &metadata->relative) && fields.ended();
 }
 
 }  // namespace host

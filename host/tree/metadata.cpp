@@ -8,9 +8,6 @@
 #include <string_view>
 #include <system_error>
 #include <utility>
-#include <vector>
-
-#include <android-base/strings.h>
 
 namespace host {
 namespace {
@@ -103,7 +100,8 @@ PutBack putBack(const Metadata& metadata, const FoundMetadata& found, int descri
         found.status.st_uid == metadata.uid && found.status.st_gid == metadata.gid;
     if (!sameOwner && fchown(descriptor, metadata.uid, metadata.gid) != 0) result.owner = errno;
     // With another owner the rights would be lent by somebody who was never meant to.
-    const Metadata given = result.owner == 0 ? metadata : withoutLentRights(metadata);
+    const Metadata reduced = result.owner == 0 ? Metadata() : withoutLentRights(metadata);
+    const Metadata& given = result.owner == 0 ? metadata : reduced;
     const auto list = given.attributes.find(kAccessList);
     const mode_t mode =
         list == given.attributes.end() ? given.mode : modeWithoutList(given.mode, list->second);
@@ -118,16 +116,20 @@ PutBack putBack(const Metadata& metadata, const FoundMetadata& found, int descri
 
 std::string differences(const Metadata& metadata, const FoundMetadata& found) {
     if (found.error != 0) return std::generic_category().message(found.error);
-    const Metadata is = metadataOf(found.status, metadata.relative);
-    std::vector<std::string> different;
-    if (is.uid != metadata.uid || is.gid != metadata.gid) different.emplace_back("owner");
-    if (is.mode != metadata.mode) different.emplace_back("permissions");
-    if (!areAsWanted(metadata.attributes, found.attributes)) different.emplace_back("attributes");
-    if (is.modified.tv_sec != metadata.modified.tv_sec ||
-        is.modified.tv_nsec != metadata.modified.tv_nsec) {
-        different.emplace_back("time");
-    }
-    return android::base::Join(different, ", ");
+    const Metadata is = metadataOf(found.status, "");
+    std::string text;
+    const auto addIf = [&text](bool different, const char* what) {
+        if (!different) return;
+        if (!text.empty()) text += ", ";
+        text += what;
+    };
+    addIf(is.uid != metadata.uid || is.gid != metadata.gid, "owner");
+    addIf(is.mode != metadata.mode, "permissions");
+    addIf(!areAsWanted(metadata.attributes, found.attributes), "attributes");
+    addIf(is.modified.tv_sec != metadata.modified.tv_sec ||
+              is.modified.tv_nsec != metadata.modified.tv_nsec,
+          "time");
+    return text;
 }
 
 int putBackTime(const timespec& modified, int descriptor) {

@@ -26,6 +26,16 @@ def cut(path, size):
     os.truncate(path, size)
 
 
+def change_summed(path, old, new):
+    """In a manifest, which sums up again."""
+    change(path, old, new)
+    *lines, _ = path.read_bytes().splitlines(True)
+    total = 0xcbf29ce484222325
+    for byte in b"".join(lines):
+        total = (total ^ byte) * 0x100000001b3 % 2**64
+    put(path, b"".join(lines) + b"end %d %016x\n" % (len(lines), total))
+
+
 RECORD, MARK, MANIFEST = ".ecryptfs_job", ".ecryptfs_mark", ".ecryptfs_manifest"
 LIST = ".ecryptfs_process"
 # What is spoilt while a job is paused, and what repairs it: "" or "--as-it-is". Then the job's own
@@ -48,8 +58,11 @@ SPOILT = {
     "list gone": (lambda job: (job.source / LIST).unlink(), ""),
     "manifest gone": (lambda job: (job.plain / MANIFEST).unlink(), "--as-it-is"),
     "manifest empty": (lambda job: cut(job.plain / MANIFEST, 0), "--as-it-is"),
-    "manifest cut": (lambda job: cut(job.plain / MANIFEST, 200), "--as-it-is"),
+    "manifest cut": (lambda job: cut(job.plain / MANIFEST, (  # between two lines
+        job.plain / MANIFEST).read_bytes().rindex(b"\nf ") + 1), "--as-it-is"),
     "manifest spoilt": (lambda job: change(job.plain / MANIFEST, b"uid=", b"uid=1"), "--as-it-is"),
+    "manifest line": (lambda job: change_summed(job.plain / MANIFEST, b" gid=", b" gid=x"),
+                      "--as-it-is"),
     "manifest longer": (lambda job: change(job.plain / MANIFEST, b"end ", b"end 0"), "--as-it-is"),
     "manifest of another": (lambda job: (other := Job().pause()) and put(
         job.plain / MANIFEST, (other.plain / MANIFEST).read_bytes()), "--as-it-is"),
