@@ -1,7 +1,9 @@
 #include "job/survey.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -30,22 +32,29 @@ Found lookAt(const HeldDirectory& directory, const std::string& name) {
     return found;
 }
 
-bool hasItsSize(const Found& found, const Metadata& metadata) {
+bool hasItsSize(const Found& found, const SurveyedFile& file) {
     return found.there && S_ISREG(found.status.st_mode) &&
-           static_cast<uint64_t>(found.status.st_size) == metadata.size;
+           static_cast<uint64_t>(found.status.st_size) == file.size;
 }
 
-bool isAsItWas(const Found& found, const Metadata& metadata) {
-    return hasItsSize(found, metadata) && found.status.st_mtim.tv_sec == metadata.modified.tv_sec &&
-           found.status.st_mtim.tv_nsec == metadata.modified.tv_nsec;
+bool isAsItWas(const Found& found, const SurveyedFile& file) {
+    return hasItsSize(found, file) && found.status.st_mtim.tv_sec == file.modified.tv_sec &&
+           found.status.st_mtim.tv_nsec == file.modified.tv_nsec;
 }
 
 /// The files of one directory.
 class Judge {
   public:
     Judge(SurveyedDirectory& directory, bool replace) : at_(directory), replace_(replace) {
-        for (const SurveyedFile& file : at_.files) known_[file.name] = &file.metadata;
-        for (const SurveyedLink& link : at_.links) links_.insert(link.name);
+        for (const SurveyedLink& link : at_.links) {
+            links_.insert(link.name);
+            meet(link.name);
+        }
+        for (const SurveyedFile& file : at_.files) meet(file.name);
+        for (const SurveyedFile& file : at_.files) {
+            const auto met = known_.find(file.name);
+            if (met != known_.end()) met->second = &file;
+        }
     }
 
     void judge(SurveyedLink& link) const {
@@ -69,22 +78,35 @@ class Judge {
         const auto copy =
             isMovedFile(dotted) || isMovedLink(dotted) ? Found() : lookAt(at_.target, dotted);
         file.inSource = source.there;
-        file.asItWas = isAsItWas(source, file.metadata);
-        if (!file.listed && hasItsSize(target, file.metadata)) {
+        file.asItWas = isAsItWas(source, file);
+        if (!file.listed && hasItsSize(target, file)) {
             file.fate = Fate::kArrived;
         } else if (source.there) {
             file.fate = fateInSource(file, copy.there, target.there);
         } else if (copy.there) {
-            file.fate = fateOfCopy(file, hasItsSize(copy, file.metadata), target.there);
+            file.fate = fateOfCopy(file, hasItsSize(copy, file), target.there);
         } else {
-            file.fate = hasItsSize(target, file.metadata) ? Fate::kArrived : Fate::kGone;
+            file.fate = hasItsSize(target, file) ? Fate::kArrived : Fate::kGone;
         }
     }
 
   private:
+    /// Of a pair N and .N both have to be known, of all others none.
+    void meet(std::string_view name) {
+        if (!name.starts_with('.')) return;
+        known_.emplace(name, nullptr);
+        known_.emplace(name.substr(1), nullptr);
+    }
+
+    /// The file of this name that the manifest has, one of a pair; or null.
+    [[nodiscard]] const SurveyedFile* known(std::string_view name) const {
+        const auto found = known_.find(name);
+        return found == known_.end() ? nullptr : found->second;
+    }
+
     /// A user's own file .N, which leaves the source only after N has been dealt with.
     bool isMovedFile(const std::string& dotted) {
-        return known_.contains(dotted) && !lookAt(at_.source, dotted).there;
+        return known(dotted) != nullptr && !lookAt(at_.source, dotted).there;
     }
 
     /// A link .N that is over already, while a list has come back; it would be made again.
@@ -96,7 +118,7 @@ class Judge {
 
     /// What stands under the name of a link .N may be the copy of a file N on its way.
     bool isCopy(const SurveyedLink& link) const {
-        return link.name.front() == '.' && known_.contains(link.name.substr(1));
+        return link.name.front() == '.' && known(std::string_view(link.name).substr(1)) != nullptr;
     }
 
     /// What stands under the name of a user's own file .N while that is still in the source is the
@@ -104,9 +126,9 @@ class Judge {
     bool isCopyOfAnother(const SurveyedFile& file, bool inSource) {
         if (!inSource || file.name.front() != '.') return false;
         const std::string base = file.name.substr(1);
-        const auto found = known_.find(base);
-        if (found == known_.end()) return false;
-        return file.listed || !hasItsSize(lookAt(at_.target, base), *found->second);
+        const SurveyedFile* const other = known(base);
+        if (other == nullptr) return false;
+        return file.listed || !hasItsSize(lookAt(at_.target, base), *other);
     }
 
     Fate fateInSource(const SurveyedFile& file, bool hasCopy, bool nameTaken) {
@@ -131,21 +153,31 @@ class Judge {
 
     SurveyedDirectory& at_;
     bool replace_;
-    std::unordered_map<std::string, const Metadata*> known_;
-    std::unordered_set<std::string> links_;
+    std::unordered_map<std::string_view, const SurveyedFile*> known_;
+    std::unordered_set<std::string_view> links_;
 };
 
 /// Compares the list with the files that the manifest names.
 void takeList(SurveyedDirectory& directory) {
-    std::unordered_set<std::string> listed;
+    ProcessFile list;
     try {
-        const ProcessFile list = loadProcessFile(directory.source);
-        for (size_t i = list.number; i < list.entries.size(); ++i) listed.emplace(list.entries[i]);
+        list = loadProcessFile(directory.source);
     } catch (const ListDamaged&) {
         directory.listDamaged = true;
     }
-    for (SurveyedFile& file : directory.files) file.listed = listed.erase(file.name) == 1;
-    directory.unknown.assign(listed.begin(), listed.end());
+    std::vector<std::string_view>& left = list.entries;
+    left.erase(left.begin(), left.begin() + std::min<ptrdiff_t>(list.number, std::ssize(left)));
+    std::sort(left.begin(), left.end());
+    left.erase(std::unique(left.begin(), left.end()), left.end());
+    std::vector<bool> isKnown(left.size());
+    for (SurveyedFile& file : directory.files) {
+        const auto found = std::lower_bound(left.begin(), left.end(), file.name);
+        file.listed = found != left.end() && *found == file.name;
+        if (file.listed) isKnown[static_cast<size_t>(found - left.begin())] = true;
+    }
+    for (size_t i = 0; i < left.size(); ++i) {
+        if (!isKnown[i]) directory.unknown.emplace_back(left[i]);
+    }
 }
 
 }  // namespace
@@ -179,7 +211,10 @@ void survey(Manifest& manifest, const HeldDirectory& source, const HeldDirectory
         if (metadata.link) {
             links.push_back({.metadata = metadata, .name = name});
         } else {
-            files.push_back({.metadata = metadata, .name = name});
+            files.push_back({.name = name,
+                             .size = metadata.size,
+                             .modified = metadata.modified,
+                             .uid = metadata.uid});
         }
     });
     lookAtFiles();

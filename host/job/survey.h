@@ -1,5 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstdint>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -19,9 +23,12 @@ enum class Fate {
     kGone,         ///< in neither tree, at least not with its size
 };
 
+/// As little as possible, since a directory may have millions.
 struct SurveyedFile {
-    Metadata metadata;
     std::string name;
+    uint64_t size = 0;  ///< bytes; this and the next two as the manifest has them
+    timespec modified{};
+    uid_t uid = 0;
     bool listed = false;    ///< the worker has still to deal with it
     bool inSource = false;  ///< something is there under its name
     bool asItWas = false;   ///< that is the file, as it was when the job began

@@ -106,11 +106,11 @@ void giveTime(const SurveyedDirectory& directory, const SurveyedFile& file) {
     const HeldDirectory& target = directory.target;
     const unique_fd moved = target.openForReading(file.name, &status);
     if (!moved.ok()) throwErrno("cannot open " + target.pathOf(file.name));
-    const bool own = status.st_uid == ourUser() || status.st_uid == file.metadata.uid;
+    const bool own = status.st_uid == ourUser() || status.st_uid == file.uid;
     if (!own || status.st_nlink != 1) {
         refuse(target.pathOf(file.name), "is not the file that was moved there");
     }
-    throwIfError(-putBackTime(file.metadata.modified, moved.get()),
+    throwIfError(-putBackTime(file.modified, moved.get()),
                  "cannot set the time of " + target.pathOf(file.name));
 }
 

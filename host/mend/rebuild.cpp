@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
+#include <unordered_map>
 #include <utility>
 
 #include "end/throw_errno.h"
@@ -22,12 +24,15 @@ using files::HeldDirectory;
 namespace host {
 namespace {
 
+/// Until an undo has turned the lists, what has not arrived stands where the job began.
+Direction standingDirection(const JobRecord& record) {
+    return record.state == JobState::kTurning ? record.begun() : record.direction;
+}
+
 void surveyJob(const HeldTree& tree, const JobRecord& record,
                const std::function<void(const SurveyedDirectory&)>& each) {
     Manifest manifest = openManifest(tree, record);
-    // Until an undo has turned the lists, what has not arrived stands where the job began.
-    const Direction direction =
-        record.state == JobState::kTurning ? record.begun() : record.direction;
+    const Direction direction = standingDirection(record);
     survey(manifest, tree.source(direction), tree.target(direction), record.replace, each);
 }
 
@@ -56,13 +61,48 @@ bool listIsDamaged(const HeldDirectory& directory) {
     }
 }
 
-/// As it is now, if it is a link; one that cannot be moved stays, and is not asked for.
-void addLink(const SurveyedDirectory& directory, const SurveyedLink& link, ManifestWriter& writer) {
-    if (link.fate == Fate::kArrived || link.fate == Fate::kWaits) return writer.add(link.metadata);
-    const bool isLink = HeldLink(directory.source, link.name).error() == 0;
-    if (link.fate == Fate::kChanged && isLink) {
-        writer.add(describeLink(directory.source, directory.metadata, link.name));
+bool isKept(Fate fate) { return fate == Fate::kArrived || fate == Fate::kWaits; }
+
+/// What a manifest that is written anew has not got as it was, and what has become of that.
+using NotKept = std::unordered_map<std::string, Fate>;
+
+NotKept whatIsNotKept(const HeldTree& tree, const JobRecord& record) {
+    NotKept found;
+    surveyJob(tree, record, [&](const SurveyedDirectory& directory) {
+        const std::string above = directory.metadata.relative + "/";
+        for (const SurveyedFile& file : directory.files) {
+            if (file.fate == Fate::kGone || file.fate == Fate::kChanged) {
+                found.emplace(above + file.name, file.fate);
+            }
+        }
+        for (const SurveyedLink& link : directory.links) {
+            if (!isKept(link.fate)) found.emplace(link.metadata.relative, link.fate);
+        }
+    });
+    return found;
+}
+
+/// As it is now in the source. What has become something else than a file cannot be moved.
+std::optional<Metadata> describeAnew(const HeldDirectory& directory, const Metadata& above,
+                                     const Metadata& before, const JobRecord& record) {
+    const std::string name = before.relative.substr(above.relative.size() + 1);
+    if (before.link) {
+        // One that cannot be moved stays, and is not asked for.
+        if (HeldLink(directory, name).error() != 0) return std::nullopt;
+        return describeLink(directory, above, name);
     }
+    struct stat status {};
+    if (!directory.look(name, &status)) throwErrno("cannot look at " + directory.pathOf(name));
+    if (!S_ISREG(status.st_mode)) return std::nullopt;
+    Metadata now = describeFile(directory, above, name, status);
+    if (record.undo && record.state == JobState::kMoving) {
+        // It has none of its own before it is back.
+        now.mode = before.mode;
+        now.uid = before.uid;
+        now.gid = before.gid;
+        now.attributes = before.attributes;
+    }
+    return now;
 }
 
 }  // namespace
@@ -73,7 +113,7 @@ Rebuilt surveyForRepair(const HeldTree& tree, const JobRecord& record) {
         if (directory.metadata.relative.empty()) rebuilt.rootTime = directory.metadata.modified;
         for (const SurveyedFile& file : directory.files) {
             ++rebuilt.files;
-            rebuilt.bytes += file.metadata.size + file.name.size();
+            rebuilt.bytes += file.size + file.name.size();
             rebuilt.nameBytes += file.name.size();
             if (file.inSource) continue;
             ++rebuilt.moved;
@@ -106,32 +146,21 @@ void rebuildLists(const HeldTree& tree, const JobRecord& record) {
 }
 
 void rewriteManifest(const HeldTree& tree, const JobRecord& record) {
+    const NotKept notKept = whatIsNotKept(tree, record);
     ManifestWriter writer(tree.plain, {.job = record.id, .direction = record.begun()});
-    surveyJob(tree, record, [&](const SurveyedDirectory& directory) {
-        writer.add(directory.metadata);
-        for (const SurveyedFile& file : directory.files) {
-            if (file.fate == Fate::kGone) continue;
-            if (file.fate != Fate::kChanged) {
-                writer.add(file.metadata);
-                continue;
-            }
-            struct stat status {};
-            if (!directory.source.look(file.name, &status)) {
-                throwErrno("cannot look at " + directory.source.pathOf(file.name));
-            }
-            // What has become something else than a file cannot be moved; it is left out.
-            if (!S_ISREG(status.st_mode)) continue;
-            Metadata now = describeFile(directory.source, directory.metadata, file.name, status);
-            if (record.undo && record.state == JobState::kMoving) {
-                // It has none of its own before it is back.
-                now.mode = file.metadata.mode;
-                now.uid = file.metadata.uid;
-                now.gid = file.metadata.gid;
-                now.attributes = file.metadata.attributes;
-            }
-            writer.add(now);
+    Descent sources(tree.source(standingDirection(record)));
+    HeldDirectory directory;
+    Metadata above;
+    Manifest manifest = openManifest(tree, record);
+    manifest.forEach([&](const Metadata& metadata) {
+        if (metadata.directory) {
+            directory = sources.open(metadata.relative);
+            above = metadata;
         }
-        for (const SurveyedLink& link : directory.links) addLink(directory, link, writer);
+        const auto found = notKept.find(metadata.relative);
+        if (found == notKept.end()) return writer.add(metadata);
+        if (found->second != Fate::kChanged) return;
+        if (const auto now = describeAnew(directory, above, metadata, record)) writer.add(*now);
     });
     writer.commit();
 }
