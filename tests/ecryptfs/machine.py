@@ -208,6 +208,8 @@ if JOBS == "all":
     jobs += [(moves, fs) for fs in ("xfs", "btrfs")]
     jobs += [(power_cuts, "vaultctl", fs, way, "plain", 24, 24, 0)
              for fs in ("ext4", "f2fs") for way in WAYS]
+    jobs += [(power_cuts, "undo", fs, way, "plain", 24, 24, 0)
+             for fs, way in zip(("ext4", "f2fs"), WAYS)]
     jobs += [(power_cuts, "worker", fs, way, names, 20, 0, 5)
              for fs, names in (("ext4", "plain"), ("f2fs", "plain"), ("ext4", "encrypted"))
              for way in WAYS]
