@@ -24,6 +24,9 @@ using android::base::unique_fd;
 
 constexpr size_t kErrorLinesKept = 5;
 constexpr int kLogPipeSize = 1 << 20;
+/// Milliseconds. Small files in memory make a line each, in less time than it takes to wake whoever
+/// waits for it, and that is time of the worker's. So its lines gather for a moment.
+constexpr int kGathering = 20;
 
 struct PipeEnds {
     unique_fd read;
@@ -179,15 +182,18 @@ void passOnStop(Worker& worker, WorkerOutcome& outcome, const WorkerEvents& even
 /// Until the worker has closed both of its pipes, which it does by ending.
 void follow(Worker& worker, StopSignals& stops, Suspension& suspension, const WorkerEvents& events,
             WorkerOutcome& outcome) {
+    bool gathering = false;
     while (worker.status().descriptor() >= 0 || worker.log().descriptor() >= 0) {
-        std::array<pollfd, 4> watched = {{{worker.status().descriptor(), POLLIN, 0},
-                                          {worker.log().descriptor(), POLLIN, 0},
+        const short lines = gathering ? 0 : POLLIN;  // the end of a pipe is told in any case
+        std::array<pollfd, 4> watched = {{{worker.status().descriptor(), lines, 0},
+                                          {worker.log().descriptor(), lines, 0},
                                           {stops.descriptor(), POLLIN, 0},
                                           {suspension.descriptor(), POLLIN, 0}}};
-        if (poll(watched.data(), watched.size(), -1) < 0) {
+        if (poll(watched.data(), watched.size(), gathering ? kGathering : -1) < 0) {
             if (errno == EINTR) continue;
             throwErrno("cannot wait for the worker");
         }
+        gathering = !gathering && (watched[0].revents != 0 || watched[1].revents != 0);
         if (watched[0].revents != 0) {
             worker.status().read([&](const std::string& line) {
                 events.log("status pipe: " + line);
