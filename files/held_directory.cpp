@@ -1,6 +1,7 @@
 #include "files/held_directory.h"
 
 #include <fcntl.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +16,8 @@ namespace {
 
 // No open waits: that of a pipe would, for whoever may never open its other end.
 constexpr int kFileFlags = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+
+constexpr const char* kNoAttribute = "user.vaultmover.none";
 
 unique_fd openAgain(int parent, const std::string& name, int flags, mode_t mode = 0) {
     return unique_fd(
@@ -179,6 +182,14 @@ bool HeldDirectory::sync() const {
         return false;
     }
     return !canBeListed_ || fsync(descriptor()) == 0 || errno == EINVAL;
+}
+
+bool HeldDirectory::syncFound() const {
+    if (!sync()) return false;
+    if (!canBeListed_ || fremovexattr(descriptor(), kNoAttribute) == 0) return true;
+    // A file system that has failed says EROFS or EIO, before it looks for the attribute; no space
+    // is needed for that.
+    return errno != EROFS && errno != EIO;
 }
 
 bool HeldDirectory::beginListing() {

@@ -104,6 +104,12 @@ class HeldDirectory {
     /// are passed over with true: they have the durability that the file system gives.
     [[nodiscard]] bool sync() const;
 
+    /// The same for what was found here, changed by an earlier run. After a failing write a file
+    /// system may show what is not on the disk, and sync it with success because nothing changes it
+    /// any more; but then it refuses changes. So this one also asks it to remove an attribute that
+    /// no directory has. Where there are no attributes, it is sync().
+    [[nodiscard]] bool syncFound() const;
+
     /// Begins a listing; once per object.
     [[nodiscard]] bool beginListing();
 

@@ -187,4 +187,22 @@ TEST_F(SmallTarget, HasRoomForAScanDownToTheReserve) {
     EXPECT_EQ(run(0, enc).status, std::vector<std::string>{"total_size 524288"}) << "just enough";
 }
 
+// As after a failing write, when it shows what is not on the disk.
+TEST_F(SmallTarget, WhichTakesNoChangesIsNotBuiltUpon) {
+    write(box / "stashed", "x");
+    write(enc / ".stashed", "x");
+    ASSERT_EQ(run(0).exitStatus, 0);
+    ASSERT_EQ(mount("none", enc.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    const auto expectNoMove = [&] {
+        const RunResult result = run(1);
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_THAT(result.status, Contains("error crypto -30"));
+    };
+    expectNoMove();
+    EXPECT_EQ(read(box / "stashed"), "x");
+    write(box / ".ecryptfs_process", processFile({"moved"}));
+    expectNoMove();
+    EXPECT_EQ(read(box / ".ecryptfs_process"), processFile({"moved"}));
+}
+
 }  // namespace

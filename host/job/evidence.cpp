@@ -1,6 +1,7 @@
 #include "job/evidence.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <string>
@@ -77,6 +78,14 @@ void discardPreparation(const HeldTree& tree, const JobRecord& record) {
         removeDurably(tree.plain, names::kJobRecord);
     }
     (void)putBackTime(record.rootTime, source.descriptor());  // Only the record knew it.
+}
+
+void syncTrees(const HeldTree& tree) {
+    // Of everything, because a sync of a stacked file system alone does not reach the one below it;
+    // but that one reports nothing.
+    sync();
+    syncFound(tree.plain);
+    syncFound(tree.encrypted);
 }
 
 void removeEvidence(const HeldTree& tree, const std::function<void()>& beforeLast) {

@@ -15,6 +15,10 @@ namespace host {
 /// Takes back what was made before anything was moved, except for empty directories.
 void discardPreparation(const HeldTree& tree, const JobRecord& record);
 
+/// Makes everything last that was changed in both trees before; throws std::system_error where a
+/// disk may not have taken it.
+void syncTrees(const HeldTree& tree);
+
 /// Removes manifest, mark and record, in this order, so that what is found after a kill is never
 /// less than what is still to be done. To be called when nothing is left that they could help with,
 /// but for what `beforeLast` does while the record is still there.

@@ -1,7 +1,6 @@
 #include "job/finish.h"
 
 #include <dirent.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <string>
@@ -17,7 +16,6 @@
 #include "say/command_text.h"
 #include "say/text.h"
 #include "tree/discard.h"
-#include "tree/durable.h"
 #include "tree/names.h"
 #include "tree/walk.h"
 
@@ -55,8 +53,7 @@ void close(const JobContext& job, JobRecord& record) {
     storeRecord(job.held.plain, record);
 }
 
-void restore(const JobContext& job, JobRecord& record) {
-    if (!record.metadata) return close(job, record);
+Restored putBack(const JobContext& job, JobRecord& record) {
     Manifest manifest = openManifest(job.held, record);
     record.state = JobState::kRestoring;
     storeRecord(job.held.plain, record);
@@ -70,13 +67,14 @@ void restore(const JobContext& job, JobRecord& record) {
         moveLinks(manifest, job.source(), job.target(), stopCheck, restored);
     }
     restoreMetadata(manifest, job.source(), job.target(), stopCheck, restored);
+    return restored;
+}
+
+void restore(const JobContext& job, JobRecord& record) {
+    const Restored restored = record.metadata ? putBack(job, record) : Restored();
     // Modes and times, and the deletion of the lists, must be on the disks before the manifest
-    // goes. Of everything, because a sync of a stacked file system alone does not reach the one
-    // below it; but that one reports nothing. A file system that has met a failing write refuses
-    // every later sync, so the roots' own tell.
-    sync();
-    syncDirectory(job.target());
-    syncDirectory(job.source());
+    // goes.
+    syncTrees(job.held);
     reportRestored(restored, job.report);
     if (restored.complete()) return close(job, record);
     throw JobEnd(ExitStatus::kFailed,

@@ -112,6 +112,11 @@ void run(const Tree& tree, const JobOptions& options, StopSignals& stops, Report
         }
         makePlainRoot(job, held, lock);
     }
+    if (pair.record) {
+        // What is seen here may be what could not be written before the last run ended.
+        syncFound(held.plain);
+        if (held.encrypted.isOpen()) syncFound(held.encrypted);
+    }
     if (options.undo) return undoJob(job, pair.record);
     Job(job).run(pair.record);
 }

@@ -95,9 +95,9 @@ void moveLinks(Manifest& manifest, const HeldDirectory& source, const HeldDirect
     });
     targets.sync();
     // What a long link says is kept like the bytes of a file, but a link cannot be opened to be
-    // synced; as in finishJob(), the sync of everything reports nothing, and that of a root does.
+    // synced; as in syncTrees(), the sync of everything reports nothing.
     sync();
-    syncDirectory(target);
+    syncFound(target);
     manifest.forEach([&](const Metadata& metadata) {
         between();
         if (!metadata.link || notMade.contains(metadata.relative)) return;

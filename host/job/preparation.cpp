@@ -152,6 +152,7 @@ Pending prepareJob(const JobContext& job, const std::optional<JobRecord>& abando
     manifest.reset();
     scan(job, record);
     Pending pending = makeListsSafe(job.source(), job.target(), [&job] { job.throwIfStopped(); });
+    syncFound(job.source());  // The worker does not say whether it could write all of them.
     pending.bytes = record.bytes;
     pending.largest = found.largest;
     pending.added = found.addedBytes();

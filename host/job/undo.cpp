@@ -1,7 +1,5 @@
 #include "job/undo.h"
 
-#include <unistd.h>
-
 #include <functional>
 #include <string>
 #include <vector>
@@ -19,7 +17,6 @@
 #include "job/undo_check.h"
 #include "say/command_text.h"
 #include "say/text.h"
-#include "tree/durable.h"
 #include "tree/target_directories.h"
 #include "worker/lists.h"
 
@@ -93,10 +90,8 @@ class Undo {
         advance(manifest);
         store(JobState::kTurning, opposite(options_.direction));
         turnLists(manifest, job_.source(), job_.target(), stopCheck, job_.report);
-        // The times, which tell from now on that nobody has changed a file. Of everything, because
-        // a sync of a stacked file system alone does not reach the one below it.
-        sync();
-        syncDirectory(job_.target());
+        // The times, which tell from now on that nobody has changed a file.
+        syncTrees(job_.held);
         options_.direction = record_.direction;
         takeTotals();
         store(JobState::kMoving, record_.direction);

@@ -280,6 +280,7 @@ void repairJob(const Tree& tree, bool asItIs, const std::string& givenWorker, Re
     const TreeLock lock = lockTree(held);
     for (const HeldDirectory* const root : {&held.plain, &held.encrypted}) {
         if (!root->isOpen()) refuse(printable(root->path()) + " is missing.");
+        syncFound(*root);
     }
     refuseOtherPair(held);
     Repair(tree, held, asItIs, givenWorker, report).run();

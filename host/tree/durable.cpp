@@ -34,6 +34,10 @@ void syncDirectory(const HeldDirectory& directory) {
     if (!directory.sync()) throwErrno("cannot sync " + directory.path());
 }
 
+void syncFound(const HeldDirectory& directory) {
+    if (!directory.syncFound()) throwErrno("cannot sync " + directory.path());
+}
+
 std::optional<std::string> readIfThere(const HeldDirectory& directory, std::string_view name) {
     const std::string file(name);
     std::string bytes;

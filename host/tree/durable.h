@@ -17,6 +17,9 @@ void removeDurably(const files::HeldDirectory& directory, std::string_view name)
 /// Throws std::system_error.
 void syncDirectory(const files::HeldDirectory& directory);
 
+/// The same for what an earlier run left there; see files::HeldDirectory::syncFound().
+void syncFound(const files::HeldDirectory& directory);
+
 /// The whole file, or nothing when there is none. Throws std::system_error.
 [[nodiscard]] std::optional<std::string> readIfThere(const files::HeldDirectory& directory,
                                                      std::string_view name);

@@ -48,11 +48,18 @@ mode_t modeOfCopies() {
     return mode;
 }
 
-bool syncDirectory(const HeldDirectory& directory, int& error) {
-    if (directory.sync()) return true;
+bool fail(const HeldDirectory& directory, int& error) {
     error = -errno;
     PLOG(ERROR) << "Unable to sync " << directory.path();
     return false;
+}
+
+bool syncDirectory(const HeldDirectory& directory, int& error) {
+    return directory.sync() || fail(directory, error);
+}
+
+bool syncFound(const HeldDirectory& directory, int& error) {
+    return directory.syncFound() || fail(directory, error);
 }
 
 }  // namespace
@@ -74,7 +81,9 @@ FileMover::FileMover(const HeldDirectory& source, const HeldDirectory& target,
 //   - The target directory is synced before the base is deleted. Without that sync the disk may
 //     hold the deletion but not yet the stash name, and the file is in neither directory.
 //   - A restart that finds a stash only deletes the base (again) and gives the stash its final
-//     name; one that finds neither stash nor base knows that the move was finished.
+//     name; one that finds neither stash nor base knows that the move was finished. What it finds
+//     may be missing on the disk if the earlier run ended with a failing write, and after another
+//     mount it is: so a restart first sees that the file system is sound (see syncFound).
 //   - Both directories are synced before the caller counts the file as done (see syncNames).
 FileMover::Result FileMover::move(const std::string& name, int& error) {
     // A listing yields no such name, so somebody has tampered with the list; "./x" would take the
@@ -97,7 +106,7 @@ FileMover::Result FileMover::move(const std::string& name, int& error) {
     // that name for one would delete the only copy of the file.
     if (stash.isFile()) {
         LOG(INFO) << "stash file exists:" << target_.pathOf(names.stash);
-        return commit(names, base, error);
+        return syncFound(target_, error) ? commit(names, base, error) : Result::kFailed;
     }
     if (base.error == 0) {
         const Result result = transfer(names, base, stash, error);
@@ -110,7 +119,8 @@ FileMover::Result FileMover::move(const std::string& name, int& error) {
         error = look->error;
         return Result::kFailed;
     }
-    return Result::kDone;
+    const bool sound = syncFound(target_, error) && syncFound(source_, error);
+    return sound ? Result::kDone : Result::kFailed;
 }
 
 // Without the target's sync a power cut could leave a file that counts as done under its stash

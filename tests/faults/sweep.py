@@ -24,13 +24,14 @@ BYTES = random.Random(1).randbytes
 LIST = ".ecryptfs_process"
 FILES = {"stashed": BYTES(300), "copied": BYTES(400), "empty": b"", "large": BYTES(600000),
          "a/one two": BYTES(5000), "a/b/partial": BYTES(262144), "a/b/last": BYTES(1)}
-MUTATING = "openat write sendfile fsync renameat unlinkat lseek".split()
+MUTATING = "openat write sendfile fsync renameat unlinkat lseek fremovexattr".split()
 LOOKING = "newfstatat fstatfs getdents64 read pread64 fadvise64".split()
 ERRORS = "EINTR EIO EACCES ENOSPC EINVAL".split()
 # What a run does about a failing call: the first pattern that its line of the trace matches, where
 # the direction is put behind it.
 OUTCOMES = {
     r"openat.* EINTR|write.*_intermediate_.* EINTR|(fsync|sendfile).* EINVAL": "passed",
+    r"fremovexattr.* (?!EIO)E": "passed",
     r'openat.*_process", O_RDONLY': "forgotten",  # exit 0, its files wait for a new scan
     r"openat.*/tree\b.*O_DIRECTORY|openat.*O_DIRECTORY.* EACCES": "passed",  # exit 0, no line
     r"openat.*_process|openat.*O_DIRECTORY.* decrypt": "refused",  # exit 1, no line

@@ -243,6 +243,17 @@ def make_directories_again(encrypt):
     job.finish()
 
 
+def build_on_no_sand(way):
+    """A file system that takes no changes any more may show what is not on the disk."""
+    for root, *words in (1,), (2,), (1, "repair"), (2, "repair"):
+        job = WAYS[way]().pause()
+        sides = [job.snapshot(side) for side in (job.plain, job.encrypted)]
+        status, said, _ = job.traced("fremovexattr", f"error=EROFS:when={root}", *words)
+        assert status == 1 and "cannot sync" in said, said
+        assert sides == [job.snapshot(side) for side in (job.plain, job.encrypted)], "it went on"
+        job.finish()
+
+
 def miss_no_file(encrypt):
     """A listing that fails is not taken for one that has come to its end."""
     lines = re.findall(r"^getdents64.*", Job(encrypt).traced("getdents64", "")[2], re.MULTILINE)
@@ -256,12 +267,15 @@ def keep_order(encrypt):
     """Nothing is built upon, or given up, before all that it needs is on the disk."""
     job, due, synced, road = Job(encrypt), set(), set(), [""]
     folders = [job.source, job.source / "a", job.source / "a/b"]
-    needed = {"moving": {*map(str, folders), *(str(path / LIST) for path in folders)},
-              "closing": {str(job.source), str(job.target)}}  # sync reports no errors
+    # A sync of everything reports nothing, and one of what has not changed may not either.
+    sound = {f"{side} takes changes" for side in (job.source, job.target)}
+    needed = {"moving": {*map(str, folders), *(str(path / LIST) for path in folders),
+                         f"{job.source} takes changes"},
+              "unlinkat ..N": {f"{job.target} takes changes"}, "closing": sound}
     status, said, trace = job.traced("write,fsync,sync,renameat,unlinkat,mkdir,mkdirat,symlinkat,"
-                                     "fchown,fchmod,fsetxattr,utimensat", "")
-    for call, place, rest in re.findall(r"^(\w+)\((?:[^<(\n]*<(.*?)>)?(.*)\) += \d+$", trace,
-                                        re.MULTILINE):
+                                     "fchown,fchmod,fsetxattr,fremovexattr,utimensat", "")
+    for call, place, rest in re.findall(r"^(\w+)\((?:[^<(\n]*<(.*?)>)?(.*)\) += (?:\d+|.*ENODATA.*|"
+                                        r".*EOPNOTSUPP.*)$", trace, re.MULTILINE):
         if ".ecryptfs_names" in place + rest:
             continue  # only a trial
         names, step = re.findall('"(.*?)"', rest), None
@@ -281,6 +295,8 @@ def keep_order(encrypt):
         elif call == "sync":
             due.clear()
             synced.clear()
+        elif call == "fremovexattr" and "none" in rest:
+            synced.add(f"{place} takes changes")
         elif call == "renameat":
             assert f"{place}/{names[0]}" not in due, f"{names[0]} is not synced"
             due.add(place)
@@ -313,6 +329,7 @@ def main():
         sweep("directories that are back", bring_back, ways),
         sweep("files that have gone", fall_short, WAYS),
         sweep("directories that have gone", make_directories_again, ways),
+        sweep("file systems that have failed", build_on_no_sand, WAYS),
         sweep("listings", miss_no_file, ways),
         sweep("orders", keep_order, ways)]
     return all(sound)
