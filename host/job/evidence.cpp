@@ -88,10 +88,9 @@ void syncTrees(const HeldTree& tree) {
     syncFound(tree.encrypted);
 }
 
-void removeEvidence(const HeldTree& tree, const std::function<void()>& beforeLast) {
+void removeEvidence(const HeldTree& tree) {
     removeDurably(tree.plain, names::kManifest);
     if (tree.encrypted.isOpen()) removeDurably(tree.encrypted, names::kMark);
-    beforeLast();
     removeDurably(tree.plain, names::kJobRecord);
 }
 

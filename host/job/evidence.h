@@ -1,7 +1,5 @@
 #pragma once
 
-#include <functional>
-
 #include "job/job_record.h"
 #include "tree/held_tree.h"
 #include "tree/manifest.h"
@@ -20,10 +18,8 @@ void discardPreparation(const HeldTree& tree, const JobRecord& record);
 void syncTrees(const HeldTree& tree);
 
 /// Removes manifest, mark and record, in this order, so that what is found after a kill is never
-/// less than what is still to be done. To be called when nothing is left that they could help with,
-/// but for what `beforeLast` does while the record is still there.
-void removeEvidence(
-    const HeldTree& tree, const std::function<void()>& beforeLast = [] {});
+/// less than what is still to be done. To be called when nothing is left that they could help with.
+void removeEvidence(const HeldTree& tree);
 
 /// Gives both roots the time that the evidence in them has changed.
 void putBackRootTimes(const HeldTree& tree, const JobRecord& record);

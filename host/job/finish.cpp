@@ -117,6 +117,9 @@ void discard(const JobContext& job) {
 }  // namespace
 
 void finishJob(const JobContext& job, JobRecord& record) {
+    // Before anything is written again: the blocks that ext4 sets aside for small files, for each
+    // processor some, would be among those that have just become free, and are not discarded.
+    if (record.discard && !record.undo) discard(job);
     if (record.state != JobState::kClosing) restore(job, record);
     // An undo leaves what the job had not brought there; without a manifest it cannot tell.
     const std::vector<std::string> left =
@@ -126,9 +129,7 @@ void finishJob(const JobContext& job, JobRecord& record) {
                            fmt::format("{} still in the source:{}", counted(left.size(), "file"),
                                        nameLines(left)));
     }
-    removeEvidence(job.held, [&] {
-        if (record.discard && !record.undo) discard(job);
-    });
+    removeEvidence(job.held);
     putBackRootTimes(job.held, record);
     const std::string target = printable(job.target().path());
     if (!left.empty() && !record.undo) {
