@@ -231,7 +231,7 @@ def sweep(title, test, cases):
             return [] if test(case) else None
         except (AssertionError, subprocess.TimeoutExpired) as problem:
             return [f"{case}: {problem}"]
-    with ThreadPoolExecutor(os.cpu_count()) as pool:
+    with ThreadPoolExecutor(2 * os.cpu_count()) as pool:
         hits = [problems for problems in pool.map(attempt, cases) if problems is not None]
     problems = sum(hits, [])
     print(*problems, f"{title} survived {hits.count([])}/{len(hits)}", sep="\n", flush=True)

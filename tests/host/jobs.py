@@ -160,7 +160,7 @@ def sweep(title, test, cases):
             return None
         except (AssertionError, subprocess.TimeoutExpired) as problem:
             return f"{case}: {problem}"
-    with ThreadPoolExecutor(os.cpu_count()) as pool:
+    with ThreadPoolExecutor(2 * os.cpu_count()) as pool:
         problems = [problem for problem in pool.map(attempt, cases) if problem]
     print(*problems, f"{title} survived {len(cases) - len(problems)}/{len(cases)}", sep="\n",
           flush=True)
