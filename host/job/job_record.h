@@ -38,7 +38,7 @@ struct JobRecord {
     bool plain = false;    ///< begun where the target is no eCryptfs mount
     bool replace = false;  ///< begun with --replace: files in the target may be overwritten
     bool dropAttributes = false;  ///< begun with --drop-attributes: some may be left behind
-    bool discard = false;         ///< begun with --discard: the source's free space, at the end
+    bool discard = false;         ///< begun with --discard: the source's free space, afterwards
     bool metadata = true;         ///< there is a manifest of it to put back
     uint64_t files = 0;
     uint64_t bytes = 0;      ///< the scan's total: sizes and name lengths
