@@ -15,13 +15,13 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include "ask/check.h"
-#include "ask/status.h"
+#include "command/check.h"
+#include "command/forget.h"
+#include "command/repair.h"
+#include "command/run.h"
+#include "command/status.h"
 #include "end/job_end.h"
 #include "files/descriptors.h"
-#include "job/job.h"
-#include "mend/forget.h"
-#include "mend/repair.h"
 #include "tree/roots.h"
 
 namespace {

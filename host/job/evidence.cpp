@@ -11,12 +11,12 @@
 #include "end/job_end.h"
 #include "end/throw_errno.h"
 #include "files/durable_file.h"
+#include "lists/lists.h"
 #include "say/command_text.h"
 #include "say/report.h"
 #include "tree/descent.h"
 #include "tree/durable.h"
 #include "tree/names.h"
-#include "worker/lists.h"
 
 using files::HeldDirectory;
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "job/job_record.h"
+#include "manifest/manifest.h"
 #include "tree/held_tree.h"
-#include "tree/manifest.h"
 
 namespace host {
 

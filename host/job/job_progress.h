@@ -1,8 +1,8 @@
 #pragma once
 
 #include "job/job_record.h"
+#include "lists/lists.h"
 #include "say/progress.h"
-#include "worker/lists.h"
 
 namespace host {
 

@@ -11,10 +11,10 @@
 
 #include "end/throw_errno.h"
 #include "files/durable_file.h"
+#include "manifest/metadata.h"
 #include "say/command_text.h"
 #include "say/report.h"
 #include "tree/durable.h"
-#include "tree/metadata.h"
 #include "tree/names.h"
 
 using files::HeldDirectory;

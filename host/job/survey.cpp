@@ -9,10 +9,10 @@
 #include <utility>
 
 #include "end/throw_errno.h"
+#include "lists/lists.h"
+#include "manifest/held_link.h"
 #include "tree/descent.h"
-#include "tree/held_link.h"
 #include "tree/same_bytes.h"
-#include "worker/lists.h"
 
 using files::HeldDirectory;
 

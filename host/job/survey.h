@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "files/held_directory.h"
-#include "tree/manifest.h"
+#include "manifest/manifest.h"
 
 namespace host {
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <fstream>
 
-#include "tree/metadata.h"
+#include "manifest/metadata.h"
 
 namespace host {
 

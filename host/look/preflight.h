@@ -4,8 +4,8 @@
 #include <optional>
 
 #include "look/findings.h"
+#include "manifest/metadata.h"
 #include "tree/held_tree.h"
-#include "tree/metadata.h"
 #include "tree/roots.h"
 
 namespace host {

@@ -10,7 +10,7 @@
 #include "files/held_directory.h"
 #include "look/findings.h"
 #include "look/trial_folder.h"
-#include "tree/metadata.h"
+#include "manifest/metadata.h"
 
 namespace host {
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "files/held_directory.h"
-#include "worker/lists.h"
+#include "lists/lists.h"
 #include "worker/status_lines.h"
 
 namespace host {
