@@ -4,6 +4,11 @@
 
 #include "end/job_end.h"
 
+using vaultmover::Action;
+using vaultmover::WorkerCall;
+using vaultmover::WorkerControl;
+using vaultmover::WorkerOutcome;
+
 namespace host {
 namespace {
 
@@ -39,22 +44,27 @@ WorkerOutcome JobContext::callWorker(Action action, JobRecord& record, uint64_t 
                           .root = action == Action::kScan ? source().path() : tree.plain,
                           .baseSize = base,
                           .totalSize = record.bytes,
-                          .locks = lock.inherited()};
-    const auto stopping = [this](bool atOnce) {
+                          .inherited = lock.inherited(),
+                          .signalMask = stops.maskBefore()};
+    const auto passOnStop = [this](WorkerControl& worker) {
+        if (!stops.take()) return;
+        const bool atOnce = worker.stopAsked();
+        if (atOnce) {
+            worker.kill();
+        } else {
+            worker.pause();
+        }
         report.say("stopping", {{"at_once", atOnce}},
                    atOnce ? "Ending the worker at once."
                           : "Pausing; once more ends the worker at once, which is safe.");
     };
-    const auto suspended = [this] {
-        report.say("suspended", nlohmann::json::object(),
-                   "Stopped; the worker goes on moving files. `fg` shows its progress again.");
-    };
-    return runWorker(call, stops,
-                     {.started = [&](pid_t worker) { noteWorker(held.plain, record, worker); },
-                      .progress = progress,
-                      .log = [this](const std::string& line) { report.workerLog(line); },
-                      .stopping = stopping,
-                      .suspended = suspended});
+    return runWorker(
+        call, {.started = [&](pid_t worker) { noteWorker(held.plain, record, worker); },
+               .progress = progress,
+               .statusLine = [this](const auto& line) { report.workerLog("status pipe: " + line); },
+               .logLine = [this](const auto& line) { report.workerLog(line); },
+               .ready = passOnStop,
+               .descriptor = stops.descriptor()});
 }
 
 }  // namespace host

@@ -2,14 +2,14 @@
 
 #include <functional>
 
+#include "client/worker_client.h"
 #include "job/job_options.h"
 #include "job/job_record.h"
+#include "job/stop_signals.h"
 #include "say/report.h"
 #include "tree/held_tree.h"
 #include "tree/lock.h"
 #include "tree/roots.h"
-#include "worker/stop_signals.h"
-#include "worker/worker_process.h"
 
 namespace host {
 
@@ -35,8 +35,9 @@ struct JobContext {
     void throwIfPaused() const;
 
     /// Runs the worker to its end; its number is noted in `record`, which is stored.
-    [[nodiscard]] WorkerOutcome callWorker(Action action, JobRecord& record, uint64_t base,
-                                           const std::function<void(uint64_t)>& progress) const;
+    [[nodiscard]] vaultmover::WorkerOutcome callWorker(
+        vaultmover::Action action, JobRecord& record, uint64_t base,
+        const std::function<void(uint64_t)>& progress) const;
 };
 
 }  // namespace host

@@ -8,6 +8,9 @@
 #include "say/failure_text.h"
 #include "say/text.h"
 
+using vaultmover::Action;
+using vaultmover::WorkerOutcome;
+
 namespace host {
 namespace {
 

@@ -22,6 +22,8 @@
 #include "tree/walk.h"
 
 using files::HeldDirectory;
+using vaultmover::Action;
+using vaultmover::WorkerOutcome;
 
 namespace host {
 namespace {

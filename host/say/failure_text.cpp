@@ -38,7 +38,7 @@ std::string freeSome(uint64_t needed, uint64_t free) {
 /// The worker says "nospace" only when it knows before a copy that the file will not fit. A disk
 /// that fills up during one shows as a failure without any line on the way in, and as an
 /// input/output error on the way back.
-bool looksFull(const WorkerOutcome& outcome, const Pending& left, uint64_t free) {
+bool looksFull(const vaultmover::WorkerOutcome& outcome, const Pending& left, uint64_t free) {
     const bool silent = !outcome.succeeded && outcome.signal == 0 && !outcome.transferError;
     const bool inputOutput = outcome.transferError == -EIO;
     const bool said = outcome.noSpace || outcome.transferError == -ENOSPC;
@@ -47,7 +47,7 @@ bool looksFull(const WorkerOutcome& outcome, const Pending& left, uint64_t free)
 
 }  // namespace
 
-std::string explainScan(const WorkerOutcome& outcome, const std::string& source,
+std::string explainScan(const vaultmover::WorkerOutcome& outcome, const std::string& source,
                         const std::string& again) {
     if (outcome.noSpace) {
         return fmt::format(
@@ -69,7 +69,7 @@ std::string explainScan(const WorkerOutcome& outcome, const std::string& source,
         printable(source), printable(why), again);
 }
 
-std::string explainMove(const WorkerOutcome& outcome, const HeldDirectory& source,
+std::string explainMove(const vaultmover::WorkerOutcome& outcome, const HeldDirectory& source,
                         const HeldDirectory& target, const Pending& left, const std::string& next,
                         const std::string& again) {
     const uint64_t free = freeBytes(target);

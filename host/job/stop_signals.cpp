@@ -1,4 +1,4 @@
-#include "worker/stop_signals.h"
+#include "job/stop_signals.h"
 
 #include <sys/signalfd.h>
 #include <unistd.h>

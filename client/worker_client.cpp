@@ -1,4 +1,4 @@
-#include "worker/worker_process.h"
+#include "client/worker_client.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -8,16 +8,16 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
+#include <string_view>
 #include <system_error>
-#include <vector>
+#include <utility>
 
 #include <android-base/file.h>
+#include <android-base/parseint.h>
+#include <android-base/strings.h>
+#include <android-base/unique_fd.h>
 
-#include "end/throw_errno.h"
-#include "worker/suspension.h"
-
-namespace host {
+namespace vaultmover {
 namespace {
 
 using android::base::unique_fd;
@@ -27,6 +27,10 @@ constexpr int kLogPipeSize = 1 << 20;
 /// Milliseconds. Small files in memory make a line each, in less time than it takes to wake whoever
 /// waits for it, and that is time of the worker's. So its lines gather for a moment.
 constexpr int kGathering = 20;
+
+[[noreturn]] void throwErrno(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
 
 struct PipeEnds {
     unique_fd read;
@@ -101,17 +105,17 @@ struct SpawnPlan {
 /// A running worker and the host's ends of its pipes.
 class Worker {
   public:
-    Worker(const WorkerCall& call, const sigset_t& mask) {
+    explicit Worker(const WorkerCall& call) {
         PipeEnds commands = openPipe();
         PipeEnds status = openPipe();
         PipeEnds log = openPipe();
-        // While a Ctrl-Z stops us nobody reads the log, and a worker waits where it is full. A size
-        // that is refused leaves the usual one.
+        // While the host is stopped (Ctrl-Z) nobody reads the log, and a worker waits where it is
+        // full. A size that is refused leaves the usual one.
         (void)fcntl(log.write.get(), F_SETPIPE_SZ, kLogPipeSize);
-        SpawnPlan plan(mask);
+        SpawnPlan plan(call.signalMask);
         plan.keep(commands.read.get());
         plan.keep(status.write.get());
-        for (const int lock : call.locks) plan.keep(lock);
+        for (const int descriptor : call.inherited) plan.keep(descriptor);
         plan.redirect(log.write.get(), STDOUT_FILENO);
         plan.redirect(log.write.get(), STDERR_FILENO);
         std::vector<std::string> arguments = {call.executable,
@@ -141,11 +145,7 @@ class Worker {
     LineReader& status() { return status_; }
     LineReader& log() { return log_; }
 
-    void requestPause() {
-        // A worker that has just ended reads no more; its end is seen in any case.
-        (void)android::base::WriteStringToFd("pause\n", commands_);
-    }
-    void kill() { (void)::kill(pid_, SIGKILL); }  // It is not reaped yet: the number is its own.
+    [[nodiscard]] int commands() const { return commands_.get(); }
 
     /// Its wait status. The command pipe stays open until then: its end is no command.
     [[nodiscard]] int wait() {
@@ -169,26 +169,40 @@ bool isErrorLine(const std::string& line) {
     return line.compare(severity, 2, "E ") == 0;
 }
 
-void passOnStop(Worker& worker, WorkerOutcome& outcome, const WorkerEvents& events) {
-    if (outcome.stopAsked) {
-        worker.kill();
-    } else {
-        worker.requestPause();
+/// What the host does not want to know it is not told.
+template <typename Told, typename... What>
+void tell(const Told& told, What&... what) {
+    if (told) told(what...);
+}
+
+/// Reads one status line into `outcome`, or returns the bytes done that it reports.
+std::optional<uint64_t> takeStatusLine(const std::string& line, WorkerOutcome& outcome) {
+    const std::vector<std::string> words = android::base::Split(line, " ");
+    const auto number = [&words](size_t index) {
+        uint64_t value = 0;
+        return index < words.size() && android::base::ParseUint(words[index], &value) ? value : 0;
+    };
+    if (words[0] == "progress" || words[0] == "record_progress") return number(1);
+    if (words[0] == "total_size") outcome.totalSize = number(1);
+    if (words[0] == "error" && words.size() > 1 && words[1] == "nospace") {
+        outcome.noSpace = {.needed = number(2), .free = number(3)};
     }
-    events.stopping(outcome.stopAsked);
-    outcome.stopAsked = true;
+    if (words[0] == "error" && words.size() > 2 && words[1] == "crypto") {
+        int code = 0;
+        if (android::base::ParseInt(words[2], &code)) outcome.transferError = code;
+    }
+    return std::nullopt;
 }
 
 /// Until the worker has closed both of its pipes, which it does by ending.
-void follow(Worker& worker, StopSignals& stops, Suspension& suspension, const WorkerEvents& events,
+void follow(Worker& worker, WorkerControl& control, const WorkerEvents& events,
             WorkerOutcome& outcome) {
     bool gathering = false;
     while (worker.status().descriptor() >= 0 || worker.log().descriptor() >= 0) {
         const short lines = gathering ? 0 : POLLIN;  // the end of a pipe is told in any case
-        std::array<pollfd, 4> watched = {{{worker.status().descriptor(), lines, 0},
+        std::array<pollfd, 3> watched = {{{worker.status().descriptor(), lines, 0},
                                           {worker.log().descriptor(), lines, 0},
-                                          {stops.descriptor(), POLLIN, 0},
-                                          {suspension.descriptor(), POLLIN, 0}}};
+                                          {events.descriptor, POLLIN, 0}}};
         if (poll(watched.data(), watched.size(), gathering ? kGathering : -1) < 0) {
             if (errno == EINTR) continue;
             throwErrno("cannot wait for the worker");
@@ -196,34 +210,46 @@ void follow(Worker& worker, StopSignals& stops, Suspension& suspension, const Wo
         gathering = !gathering && (watched[0].revents != 0 || watched[1].revents != 0);
         if (watched[0].revents != 0) {
             worker.status().read([&](const std::string& line) {
-                events.log("status pipe: " + line);
-                if (const auto done = takeStatusLine(line, outcome)) events.progress(*done);
+                tell(events.statusLine, line);
+                if (const auto done = takeStatusLine(line, outcome)) tell(events.progress, *done);
             });
         }
         if (watched[1].revents != 0) {
             worker.log().read([&](const std::string& line) {
                 if (isErrorLine(line)) outcome.errors.push_back(line);
                 if (outcome.errors.size() > kErrorLinesKept) outcome.errors.pop_front();
-                events.log(line);
+                tell(events.logLine, line);
             });
         }
-        if (watched[2].revents != 0 && stops.take()) passOnStop(worker, outcome, events);
-        if (watched[3].revents != 0) suspension.obey(events.suspended);
+        if (watched[2].revents != 0) tell(events.ready, control);
     }
 }
 
 }  // namespace
 
-WorkerOutcome runWorker(const WorkerCall& call, StopSignals& stops, const WorkerEvents& events) {
+void WorkerControl::pause() {
+    stopAsked_ = true;
+    // A worker that has just ended reads no more; its end is seen in any case.
+    (void)android::base::WriteStringToFd("pause\n", android::base::borrowed_fd(commands_));
+}
+
+void WorkerControl::kill() {
+    stopAsked_ = true;
+    (void)::kill(worker_, SIGKILL);  // It is not reaped yet: the number is its own.
+}
+
+WorkerOutcome runWorker(const WorkerCall& call, const WorkerEvents& events) {
     WorkerOutcome outcome;
-    Suspension suspension;
-    Worker worker(call, stops.maskBefore());
-    events.started(worker.pid());
-    follow(worker, stops, suspension, events, outcome);
+    Worker worker(call);
+    WorkerControl control(worker.pid(), worker.commands());
+    const pid_t pid = worker.pid();
+    tell(events.started, pid);
+    follow(worker, control, events, outcome);
     const int status = worker.wait();
     outcome.succeeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     outcome.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    outcome.stopAsked = control.stopAsked();
     return outcome;
 }
 
-}  // namespace host
+}  // namespace vaultmover
